@@ -1,0 +1,61 @@
+#include "StatCounter.h"
+
+#include "Constants.h"
+
+namespace NuvikPrediction {
+
+StatCounter::StatCounter() : Predictor(kStatCounterName) {}
+
+void StatCounter::Update(const Updater& updater) {
+  ++total;
+  ++counts[updater.app];
+}
+
+void StatCounter::UpdateTime(const std::tm&) {}
+
+std::map<std::string, double> StatCounter::Predict() {
+  std::map<std::string, double> result;
+  for (const auto& entry : counts) {
+    result.emplace_hint(result.end(), entry.first, GetPrediction(entry.first));
+  }
+  return result;
+}
+
+double StatCounter::GetPrediction(const std::string& app) {
+  const auto it = counts.find(app);
+  if (it == counts.end()) return 0.0;
+  return static_cast<double>(it->second) / static_cast<double>(total);
+}
+
+Json::Value StatCounter::SerializeJson() const {
+  Json::Value result;
+  Json::ArrayIndex index = 0;
+  for (const auto& [app, count] : counts) {
+    Json::Value& element = result[index++];
+    element[StatCounterKeys::kApp] = app;
+    element[StatCounterKeys::kPopularity] = Json::UInt64{count};
+  }
+  return result;
+}
+
+bool StatCounter::DeserializeJson(const Json::Value& value) {
+  if (value.empty() || !value.isArray()) return false;
+  total = 0;
+  for (Json::ArrayIndex i = 0; i < value.size(); ++i) {
+    const Json::Value& element = value[i];
+    if (!element.empty() && element.isObject() && !element.isMember(StatCounterKeys::kApp) &&
+        !element.isMember(StatCounterKeys::kPopularity)) {
+      continue;
+    }
+    // Member lookup on anything but an object or null throws Json::LogicError.
+    const Json::Value& app = element[StatCounterKeys::kApp];
+    const Json::Value& popularity = element[StatCounterKeys::kPopularity];
+    if (app.isNull() || popularity.isNull() || !app.isString() || !popularity.isUInt64()) continue;
+    const auto count = static_cast<std::uint32_t>(popularity.asUInt64());
+    counts[app.asString()] = count;
+    total += count;
+  }
+  return true;
+}
+
+}  // namespace NuvikPrediction

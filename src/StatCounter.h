@@ -1,0 +1,36 @@
+#ifndef NUVIK_STAT_COUNTER_H_
+#define NUVIK_STAT_COUNTER_H_
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "Predictor.h"
+
+namespace NuvikPrediction {
+
+// Popularity counter: scores an application by its share of all launches.
+// Counts and total wrap modulo 2^32.
+class StatCounter : public Predictor {
+ public:
+  StatCounter();
+
+  void Update(const Updater& updater) override;
+  void UpdateTime(const std::tm& time) override;
+  std::map<std::string, double> Predict() override;
+  double GetPrediction(const std::string& app) override;
+  // An array of {"app", "popularity"} in name order; null when nothing was counted.
+  Json::Value SerializeJson() const override;
+  // Merges the counts read into the current ones and sets the total to their
+  // sum. Malformed elements are skipped; an element that is neither an object
+  // nor null raises Json::LogicError.
+  bool DeserializeJson(const Json::Value& value) override;
+
+ private:
+  std::uint32_t total = 0;
+  std::map<std::string, std::uint32_t> counts;
+};
+
+}  // namespace NuvikPrediction
+
+#endif  // NUVIK_STAT_COUNTER_H_
