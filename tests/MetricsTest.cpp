@@ -1,0 +1,68 @@
+#include <cmath>
+
+#include <gtest/gtest.h>
+#include <nuvik/Nuvik.h>
+
+#include "TestUtil.h"
+
+namespace NuvikPrediction {
+namespace {
+
+void Launch(Nuvik& nuvik, const std::string& app) { nuvik.Update(app, testing::At(12, 0)); }
+
+void LaunchAll(Nuvik& nuvik, std::initializer_list<const char*> apps) {
+  for (const char* app : apps) Launch(nuvik, app);
+}
+
+TEST(MetricsTest, WarmUpLastsFiveLaunchesAndMeansAreUnguarded) {
+  Nuvik nuvik;
+  LaunchAll(nuvik, {"a", "b", "c", "d", "e"});
+  EXPECT_EQ(nuvik.GetCountMetrics(), 0u);
+  EXPECT_TRUE(std::isnan(nuvik.GetMapMetric()));
+  EXPECT_TRUE(std::isnan(nuvik.GetRecallMetric()));
+  Launch(nuvik, "a");
+  EXPECT_EQ(nuvik.GetCountMetrics(), 1u);
+}
+
+TEST(MetricsTest, RecallLooksAtTheFirstFiveOfTheLaunchsOwnList) {
+  // Shares f6 e5 d4 c3 b2 a1: the list is f, e, d, c, b, a.
+  Nuvik nuvik;
+  for (const char* app : {"f", "e", "d", "c", "b", "a", "f", "e", "d", "c", "b", "f", "e", "d", "c", "f", "e", "d",
+                          "f", "e", "f"}) {
+    Launch(nuvik, app);
+  }
+  ASSERT_EQ(nuvik.GetCountMetrics(), 16u);
+  nuvik.ClearMetrics();
+  Launch(nuvik, "d");  // third in its list
+  EXPECT_EQ(nuvik.GetNext(), (std::vector<std::string>{"f", "e", "d", "c", "b", "a"}));
+  EXPECT_EQ(nuvik.GetSumRecall(), 1.0);
+  Launch(nuvik, "a");  // sixth in its list
+  EXPECT_EQ(nuvik.GetNext()[5], "a");
+  EXPECT_EQ(nuvik.GetSumRecall(), 1.0);
+  EXPECT_EQ(nuvik.GetCountMetrics(), 2u);
+  EXPECT_EQ(nuvik.GetRecallMetric(), 0.5);
+}
+
+TEST(MetricsTest, AveragePrecisionOfTheListMadeFiveLaunchesEarlier) {
+  // Shares q4 x3 p2 s1 make the list q, x, p, s at the launch of the first "p".
+  Nuvik nuvik;
+  LaunchAll(nuvik, {"q", "x", "p", "q", "x", "s", "q", "p", "x", "q"});
+  LaunchAll(nuvik, {"p", "p", "q", "p", "s"});
+  nuvik.ClearMetrics();  // the history survives, so the next launch is scored at once
+  Launch(nuvik, "z");
+  // Relevant {p, q, s}: hits at positions 1, 3 and 4 of q, x, p, s.
+  const double expected = (1.0 / 1.0 + 2.0 / 3.0 + 3.0 / 4.0) / 3.0;
+  EXPECT_EQ(nuvik.GetSumMap(), expected);
+  EXPECT_EQ(nuvik.GetMapMetric(), expected);
+  EXPECT_EQ(nuvik.GetCountMetrics(), 1u);
+
+  // Nothing of the old list was launched since: the count rises, the sum does not.
+  LaunchAll(nuvik, {"n1", "n2", "n3", "n4"});
+  const double before = nuvik.GetSumMap();
+  Launch(nuvik, "n5");  // scores the list made at "z", which holds no n-app
+  EXPECT_EQ(nuvik.GetSumMap(), before);
+  EXPECT_EQ(nuvik.GetCountMetrics(), 6u);
+}
+
+}  // namespace
+}  // namespace NuvikPrediction
