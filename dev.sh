@@ -1,0 +1,56 @@
+#!/usr/bin/env bash
+# Developer entry point.
+#   ./dev.sh demo       build, then run the example on built-in launches
+#   ./dev.sh test       build, then run the unit tests
+#   ./dev.sh sanitize   build with AddressSanitizer + UBSan, then run the unit tests
+#   ./dev.sh deps       install the Debian packages the build needs
+set -euo pipefail
+cd "$(dirname "$0")"
+
+PACKAGES=(cmake make g++ pkg-config libjsoncpp-dev libgtest-dev)
+JOBS=$(nproc 2>/dev/null || echo 2)
+
+deps() {
+  command -v dpkg-query >/dev/null || { echo "not a Debian system: install ${PACKAGES[*]} by hand" >&2; return 0; }
+  local missing=() package
+  for package in "${PACKAGES[@]}"; do
+    dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' || missing+=("$package")
+  done
+  [ ${#missing[@]} -eq 0 ] && return 0
+  echo "installing: ${missing[*]}" >&2
+  local sudo=""
+  [ "$(id -u)" -eq 0 ] || sudo=sudo
+  $sudo apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+build() {
+  local dir=$1
+  shift
+  cmake -S . -B "$dir" -DNUVIK_WERROR=ON "$@" >/dev/null
+  cmake --build "$dir" -j "$JOBS"
+}
+
+case "${1:-}" in
+  deps) deps ;;
+  demo)
+    deps
+    build build
+    ./build/examples/nuvik-demo
+    ;;
+  test)
+    deps
+    build build
+    ctest --test-dir build --output-on-failure -j "$JOBS"
+    ;;
+  sanitize)
+    deps
+    build build-sanitize -DNUVIK_SANITIZE=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo
+    ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+      ctest --test-dir build-sanitize --output-on-failure -j "$JOBS"
+    ;;
+  *)
+    sed -n '2,6s/^# \{0,1\}//p' "$0" >&2
+    exit 2
+    ;;
+esac
