@@ -20,19 +20,22 @@ constexpr std::uint64_t kDocumentVersion = 3;
 constexpr std::size_t kMetricsWindow = 5;
 constexpr double kPriorityScale = 0.6;
 
-using ScoredApp = std::pair<double, std::string>;
+struct RankedApp {
+  double score;
+  std::size_t nameRank;    // position of the name in name order
+  const std::string* app;  // points into knownApps
+};
 
-// Ascending order of (score, name) pairs in which NaN ranks below every number
-// and NaN scores tie, so that sorting gets a strict weak order.
-bool ScoredLess(const ScoredApp& a, const ScoredApp& b) {
-  const bool aNan = std::isnan(a.first);
-  const bool bNan = std::isnan(b.first);
-  if (aNan != bNan) return aNan;
-  if (!aNan && a.first != b.first) return a.first < b.first;
-  return a.second < b.second;
+// Descending order of (score, name): among equal scores the greater name comes
+// first, and NaN scores rank below every number, tying among themselves, so
+// that sorting gets a strict weak order.
+bool RanksHigher(const RankedApp& a, const RankedApp& b) {
+  const bool aNan = std::isnan(a.score);
+  const bool bNan = std::isnan(b.score);
+  if (aNan != bNan) return bNan;
+  if (!aNan && a.score != b.score) return a.score > b.score;
+  return a.nameRank > b.nameRank;
 }
-
-bool ScoredGreater(const ScoredApp& a, const ScoredApp& b) { return ScoredLess(b, a); }
 
 double Combine(const std::vector<double>& scores) {
   if (scores.size() == 2) return scores[1] * 0.9 + scores[0] * 0.1;
@@ -143,16 +146,11 @@ void Nuvik::UpdateModel(const Item& item) {
 }
 
 void Nuvik::PrepareLists(const std::tm& time) {
-  nextList.clear();
-  soonList.clear();
-  killList.clear();
-  std::vector<ScoredApp> byNext;
-  std::vector<ScoredApp> bySoon;
-  std::vector<ScoredApp> byKill;
-  std::map<std::string, bool> placed;
+  std::vector<RankedApp> ranked;
+  ranked.reserve(knownApps.size());
   std::vector<double> scores(predictors.size());
+  auto weight = weights.begin();
   for (const std::string& app : knownApps) {
-    placed[app] = false;
     const auto priority = priorities.find(app);
     const bool lifted = priority != priorities.end() && priority->second != 0;
     for (std::size_t i = 0; i < predictors.size(); ++i) {
@@ -161,27 +159,17 @@ void Nuvik::PrepareLists(const std::tm& time) {
       if (lifted) scores[i] += (1.0 / static_cast<double>(priority->second)) * kPriorityScale;
     }
     const double combined = Combine(scores);
-    byNext.emplace_back(combined, app);
-    bySoon.emplace_back(combined, app);
-    byKill.emplace_back(scores.empty() ? 0.0 : scores[0], app);
-    weights[app] = combined;
+    ranked.push_back({combined, ranked.size(), &app});
+    // Applications come in key order, so each one lands right after the previous.
+    weight = std::next(weights.insert_or_assign(weight, app, combined));
   }
-  std::sort(byNext.begin(), byNext.end(), ScoredGreater);
-  std::sort(byKill.begin(), byKill.end(), ScoredLess);
-  std::sort(bySoon.begin(), bySoon.end(), ScoredGreater);
-  for (const auto& [score, app] : byNext) {
-    nextList.push_back(app);
-    placed[app] = true;
-  }
-  for (const auto& [score, app] : byKill) {
-    if (!placed[app] && score < config.killThreshold) {
-      killList.push_back(app);
-      placed[app] = true;
-    }
-  }
-  for (const auto& [score, app] : bySoon) {
-    if (!placed[app]) soonList.push_back(app);
-  }
+  std::sort(ranked.begin(), ranked.end(), RanksHigher);
+  nextList.clear();
+  for (const RankedApp& entry : ranked) nextList.push_back(*entry.app);
+  // The next list places every known application, which leaves none for the
+  // soon and kill lists.
+  soonList.clear();
+  killList.clear();
 }
 
 std::vector<std::string> Nuvik::GetNext() const { return nextList; }
