@@ -1,0 +1,184 @@
+#include <sstream>
+
+#include <gtest/gtest.h>
+#include <json/json.h>
+#include <nuvik/Nuvik.h>
+
+#include "TestUtil.h"
+
+namespace NuvikPrediction {
+namespace {
+
+using testing::At;
+using Names = std::vector<std::string>;
+
+std::string Save(const Nuvik& nuvik) {
+  std::ostringstream out;
+  out << nuvik;
+  return out.str();
+}
+
+// Loads `text`; true when the facade accepted it.
+bool Load(Nuvik& nuvik, const std::string& text) {
+  std::istringstream in(text);
+  in >> nuvik;
+  return !in.bad();
+}
+
+void Train(Nuvik& nuvik, std::initializer_list<const char*> apps) {
+  int minute = 0;
+  for (const char* app : apps) nuvik.Update(app, At(8, minute++));
+}
+
+constexpr const char* kCounterDocument =
+    R"({"count":1,"knownApps":["a","b"],"models":[{"model":[{"app":"a","popularity":2},)"
+    R"({"app":"b","popularity":1}],"name":"stat_counter"}],"version":3})";
+
+std::string WithMember(const std::string& member, const std::string& value) {
+  Json::Value root = testing::ParseJson(kCounterDocument);
+  root[member] = testing::ParseJson(value);
+  return testing::WriteJson(root);
+}
+
+TEST(DocumentTest, WritesOneCompactLineThatLoadsIntoAnyConfiguration) {
+  Nuvik trained;
+  Train(trained, {"a", "b", "a"});
+  EXPECT_EQ(Save(trained), kCounterDocument);
+
+  Nuvik other(std::vector<int>{1, 1}, "stat_counter");
+  ASSERT_TRUE(Load(other, kCounterDocument));
+  EXPECT_EQ(other.PrintNuvikInfo(), "NUVIK library 1.3 [ predictors list: stat_counter ]");
+  EXPECT_EQ(Save(other), kCounterDocument);
+  trained.Update("c", At(9, 0));
+  other.Update("c", At(9, 0));
+  EXPECT_EQ(other.GetNext(), trained.GetNext());
+  EXPECT_EQ(other.GetAllWeights(), trained.GetAllWeights());
+}
+
+TEST(DocumentTest, EmptyStateIsWrittenAsNullAndRejectedByItsOwnReader) {
+  Nuvik fresh;
+  EXPECT_EQ(Save(fresh), R"({"count":1,"knownApps":null,"models":[{"model":null,"name":"stat_counter"}],"version":3})");
+  EXPECT_FALSE(Load(fresh, Save(fresh)));
+
+  NuvikConfig none({1}, "stat_counter");
+  none.params.clear();
+  Nuvik empty(none);
+  Train(empty, {"a"});
+  EXPECT_EQ(Save(empty), R"({"count":0,"knownApps":["a"],"models":null,"version":3})");
+  EXPECT_FALSE(Load(empty, Save(empty)));
+}
+
+TEST(DocumentTest, RejectedDocumentsChangeNothing) {
+  Nuvik nuvik(Names{"stat_counter"});
+  Train(nuvik, {"x", "y", "x", "z"});
+  const std::string before = Save(nuvik);
+  const std::string info = nuvik.PrintNuvikInfo();
+
+  const std::vector<std::string> rejected = {
+      "",
+      "not json",
+      std::string(kCounterDocument).substr(0, 60),
+      "[]",
+      "{}",
+      "3",
+      WithMember("version", "2"),
+      WithMember("version", "4"),
+      WithMember("version", R"("3")"),
+      WithMember("version", "-3"),
+      WithMember("version", "null"),
+      WithMember("count", "0"),
+      WithMember("count", "2"),
+      WithMember("count", "1.5"),
+      WithMember("knownApps", "[]"),
+      WithMember("knownApps", R"({"a":1})"),
+      WithMember("models", "[]"),
+      WithMember("models", R"([{"name":"nonsense","model":[{"app":"a","popularity":1}]}])"),
+      WithMember("models", R"([{"name":7,"model":[{"app":"a","popularity":1}]}])"),
+      WithMember("models", R"([{"name":"stat_counter","model":[]}])"),
+      WithMember("models", R"([{"name":"stat_counter","model":"x"}])"),
+      WithMember("models", R"([{"name":"stat_counter","model":{"app":"a"}}])"),
+      WithMember("models", R"([{"name":"stat_counter"}])"),
+      WithMember("models", R"([7])"),
+      R"({"count":1,"knownApps":["a"],"version":3})",
+  };
+  for (const std::string& text : rejected) {
+    EXPECT_FALSE(Load(nuvik, text)) << text;
+    EXPECT_EQ(Save(nuvik), before) << text;
+    EXPECT_EQ(nuvik.PrintNuvikInfo(), info) << text;
+  }
+
+  // Two entries, the second rejected: the first one is not installed either.
+  const std::string half = WithMember(
+      "models", R"([{"name":"stat_counter","model":[{"app":"q","popularity":1}]},{"name":"stat_counter","model":{}}])");
+  Json::Value root = testing::ParseJson(half);
+  root["count"] = 2;
+  EXPECT_FALSE(Load(nuvik, testing::WriteJson(root)));
+  EXPECT_EQ(Save(nuvik), before);
+}
+
+TEST(DocumentTest, AcceptedVariants) {
+  Nuvik nuvik;
+  Train(nuvik, {"old"});
+  // Only numbers in knownApps: accepted, and the known applications stay.
+  ASSERT_TRUE(Load(nuvik, WithMember("knownApps", "[1, 2, null]")));
+  EXPECT_EQ(nuvik.GetCountKnownApps(), 1u);
+  EXPECT_EQ(nuvik.GetAllWeights().count("old"), 1u);
+
+  ASSERT_TRUE(Load(nuvik, WithMember("version", "3.0")));
+  EXPECT_EQ(nuvik.GetCountKnownApps(), 2u);  // replaced by a, b
+  ASSERT_TRUE(Load(nuvik, WithMember("knownApps", R"(["b", 5, "b", "c"])")));
+  EXPECT_EQ(nuvik.GetAllWeights().size(), 2u);
+
+  Json::Value root = testing::ParseJson(kCounterDocument);
+  root["extra"] = "ignored";
+  root["models"][0]["extra"] = 1;
+  root["count"] = 1.0;
+  ASSERT_TRUE(Load(nuvik, testing::WriteJson(root)));
+}
+
+TEST(DocumentTest, StreamStateAndJsoncppExceptions) {
+  Nuvik nuvik;
+  Train(nuvik, {"a", "b"});
+  const std::string before = Save(nuvik);
+
+  std::istringstream garbage("{");
+  garbage.setstate(std::ios_base::eofbit);
+  garbage >> nuvik;
+  EXPECT_TRUE(garbage.bad());
+  EXPECT_TRUE(garbage.eof());
+
+  std::istringstream throwing("{");
+  throwing.exceptions(std::ios_base::badbit);
+  EXPECT_THROW(throwing >> nuvik, std::ios_base::failure);
+
+  const std::string deep = std::string(1001, '[') + std::string(1001, ']');
+  EXPECT_THROW(Load(nuvik, deep), Json::RuntimeError);
+  EXPECT_FALSE(Load(nuvik, std::string(1000, '[') + std::string(1000, ']')));
+  EXPECT_THROW(Load(nuvik, WithMember("models", R"([{"name":"stat_counter","model":[5]}])")), Json::LogicError);
+  EXPECT_EQ(Save(nuvik), before);
+}
+
+TEST(DocumentTest, LoadLeavesEverythingButPredictorsAndKnownAppsAlone) {
+  Nuvik nuvik;
+  Train(nuvik, {"p", "q", "p", "r", "p", "q", "s"});
+  nuvik.SetAppsPriority({{"a", 1}});
+  const std::vector<std::string> next = nuvik.GetNext();
+  const double sumMap = nuvik.GetSumMap();
+  const auto count = nuvik.GetCountMetrics();
+
+  ASSERT_TRUE(Load(nuvik, kCounterDocument));
+  EXPECT_EQ(nuvik.GetNext(), next);
+  EXPECT_EQ(nuvik.GetSumMap(), sumMap);
+  EXPECT_EQ(nuvik.GetCountMetrics(), count);
+  EXPECT_EQ(nuvik.GetWeightSingle("p"), 3.0 / 6.0);  // weights stay until the next launch
+  EXPECT_EQ(nuvik.GetCountKnownApps(), 2u);
+
+  nuvik.Update("b", At(10, 0));  // scored at once: the metrics kept their history
+  EXPECT_EQ(nuvik.GetCountMetrics(), count + 1);
+  EXPECT_EQ(nuvik.GetWeightSingle("a"), 2.0 / 3.0 + 0.6);  // the priority stayed too
+  EXPECT_EQ(nuvik.GetWeightSingle("b"), 1.0 / 3.0);
+  EXPECT_EQ(nuvik.GetWeightSingle("q"), 2.0 / 6.0);  // no longer known: its old weight stays
+}
+
+}  // namespace
+}  // namespace NuvikPrediction
