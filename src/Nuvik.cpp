@@ -8,6 +8,7 @@
 #include <json/json.h>
 
 #include "Constants.h"
+#include "MarkovChain3.h"
 #include "Predictor.h"
 #include "StatCounter.h"
 #include "Updater.h"
@@ -113,6 +114,7 @@ Nuvik::~Nuvik() = default;
 
 std::unique_ptr<Predictor> Nuvik::PredictorFactory(const std::string& name, int /*param*/) const {
   if (name == kStatCounterName) return std::make_unique<StatCounter>();
+  if (name == kMarkovChain3Name) return std::make_unique<MarkovChain3>();
   // Unknown names fall back to the popularity counter.
   return std::make_unique<StatCounter>();
 }
