@@ -27,6 +27,7 @@ KnnRegression::KnnRegression() : KnnRegression(0) {}
 KnnRegression::KnnRegression(std::int64_t function) : Predictor(kKnnRegressionName), function(function) {}
 
 void KnnRegression::Update(const Updater& updater) {
+  spanValid = false;
   const int slot = TimeSlot(updater.hour, updater.minute);
   currentBucket = slot;
   PairCounts& older = counters[static_cast<std::size_t>(slot)];
@@ -51,27 +52,51 @@ void KnnRegression::Update(const Updater& updater) {
   previousIndex = before;
 }
 
-void KnnRegression::UpdateTime(const std::tm& time) { currentBucket = TimeSlot(time.tm_hour, time.tm_min); }
+void KnnRegression::UpdateTime(const std::tm& time) {
+  const int slot = TimeSlot(time.tm_hour, time.tm_min);
+  if (slot != currentBucket) spanValid = false;
+  currentBucket = slot;
+}
 
 std::map<std::string, double> KnnRegression::Predict() { return {}; }
 
 double KnnRegression::GetPrediction(const std::string& app) {
   const auto entry = strToId.find(app);
   if (entry == strToId.end()) return 0.0;
-  const std::uint64_t id = entry->second;
+  RefreshSpan();
+  const auto numerator = spanNumerators.find(entry->second);
+  // NaN when no pair lies in the span, on purpose.
+  return (numerator == spanNumerators.end() ? 0.0 : numerator->second) / spanDenominator;
+}
+
+// For slots j = max(0, s - 26) .. min(287, s + 26) ascending, an application
+// x gains (first weight of x in both generations of j) and the denominator
+// (second weight of both). Where x has no pair the gain is 0.0 + 0.0, which
+// leaves its sum (never below +0.0: every kernel is positive on the span) as
+// it is; so only the applications with a pair in j are visited.
+void KnnRegression::RefreshSpan() {
+  if (spanValid) return;
+  spanNumerators.clear();
+  spanDenominator = 0.0;
   const int slot = currentBucket;
   const int first = std::max(slot, kSpan) - kSpan;
   const int end = std::min(slot, kSlotsPerDay - 1 - kSpan) + kSpan + 1;
-  double numerator = 0.0;
-  double denominator = 0.0;
+  std::vector<std::uint64_t> launched;
   for (int j = first; j < end; ++j) {
     // Equals the slot distance, except that 15 becomes 14.999999999999998.
     const double distance = static_cast<double>(std::abs(slot - j)) / 26.0 * 26.0;
-    numerator += (CalculateFirstWeight(id, j, distance) + CalculateFirstWeight(id, j + kSlotsPerDay, distance));
-    denominator += (CalculateSecondWeight(j, distance) + CalculateSecondWeight(j + kSlotsPerDay, distance));
+    launched.clear();
+    for (const int table : {j, j + kSlotsPerDay}) {
+      for (const auto& pair : counters[static_cast<std::size_t>(table)]) launched.push_back(pair.first.first);
+    }
+    std::sort(launched.begin(), launched.end());
+    launched.erase(std::unique(launched.begin(), launched.end()), launched.end());
+    for (const std::uint64_t id : launched) {
+      spanNumerators[id] += (CalculateFirstWeight(id, j, distance) + CalculateFirstWeight(id, j + kSlotsPerDay, distance));
+    }
+    spanDenominator += (CalculateSecondWeight(j, distance) + CalculateSecondWeight(j + kSlotsPerDay, distance));
   }
-  // NaN when no pair lies in the span, on purpose.
-  return numerator / denominator;
+  spanValid = true;
 }
 
 double KnnRegression::CalculateFirstWeight(std::uint64_t id, int table, double distance) const {
@@ -168,6 +193,7 @@ bool KnnRegression::CheckModelJson(const Json::Value& model) const {
 
 bool KnnRegression::DeserializeJson(const Json::Value& model) {
   using namespace KnnKeys;
+  spanValid = false;
   if (!CheckModelJson(model)) return false;
 
   const Json::Value& kernel = model[kFunction];

@@ -69,6 +69,8 @@ class KnnRegression final : public Predictor {
   static constexpr std::size_t kTables = 2 * kSlotsPerDay;
 
   double WeightedSum(PairCounts::const_iterator first, PairCounts::const_iterator last, double distance) const;
+  // Fills the span cache unless it is valid.
+  void RefreshSpan();
   // A lenient load may leave `previous` short: missing entries read as 0,
   // and writing one pads with zeros up to it.
   std::uint64_t PreviousAt(std::int32_t index) const;
@@ -86,6 +88,13 @@ class KnnRegression final : public Predictor {
   // newer; learning keeps at most two pairs in each.
   std::array<PairCounts, kTables> counters;
   std::map<std::string, std::uint64_t> strToId;
+
+  // The regression's sums over the span, shared by every GetPrediction until
+  // a launch, a load or a change of slot: the numerator of each application
+  // with a pair there, and the denominator.
+  bool spanValid = false;
+  std::map<std::uint64_t, double> spanNumerators;
+  double spanDenominator = 0.0;
 };
 
 }  // namespace NuvikPrediction

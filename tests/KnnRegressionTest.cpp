@@ -32,6 +32,18 @@ std::string Member(const KnnRegression& knn, const char* key) { return WriteJson
 
 bool SameBits(double a, double b) { return std::memcmp(&a, &b, sizeof a) == 0; }
 
+// The regression estimate summed slot by slot over the span, as written.
+double SpanEstimate(const KnnRegression& knn, std::uint64_t id, int slot) {
+  double numerator = 0.0;
+  double denominator = 0.0;
+  for (int j = std::max(slot, 26) - 26; j < std::min(slot, 261) + 27; ++j) {
+    const double d = static_cast<double>(std::abs(slot - j)) / 26.0 * 26.0;
+    numerator += (knn.CalculateFirstWeight(id, j, d) + knn.CalculateFirstWeight(id, j + 288, d));
+    denominator += (knn.CalculateSecondWeight(j, d) + knn.CalculateSecondWeight(j + 288, d));
+  }
+  return numerator / denominator;
+}
+
 // A valid document with applications a (0) and b (1) and one pair in slot 100.
 Json::Value Document() {
   Json::Value document = ParseJson(R"({"function": 1, "previous": [1, 0, 0],
@@ -155,7 +167,15 @@ TEST(KnnRegressionTest, SavesAndReadsBackIntoAFreshPredictor) {
 }
 
 TEST(KnnRegressionTest, ReaderChecksShapesAndKeepsWhatEarlierStepsRead) {
-  ASSERT_TRUE(KnnRegression().DeserializeJson(Document()));
+  // A load adds to what the predictor holds.
+  KnnRegression merged;
+  ASSERT_TRUE(merged.DeserializeJson(Document()));
+  merged.UpdateTime(At(8, 20));
+  EXPECT_EQ(merged.GetPrediction("b"), 1.0);
+  Json::Value more = Document();
+  more["counters"][101] = ParseJson(R"([{"value1": 0, "value2": 1, "value3": 2}])");
+  ASSERT_TRUE(merged.DeserializeJson(more));
+  EXPECT_EQ(merged.GetPrediction("b"), 0.5);
 
   // Steps 1 and 2 change nothing.
   KnnRegression knn(4);
@@ -267,7 +287,7 @@ TEST(KnnRegressionTest, FirstWeightRangeEndsAtTheWrappedNextId) {
   EXPECT_EQ(knn.GetPrediction("a"), 2.0 / 5.0);
 }
 
-TEST(KnnRegressionTest, LoadedCopyPredictsBitForBitLikeTheOriginal) {
+TEST(KnnRegressionTest, MatchesTheSpanSumsAndALoadedCopyBitForBit) {
   std::mt19937 random(5);
   for (std::int64_t function : {0, 1, 2, 3, 4}) {
     KnnRegression knn(function);
@@ -276,20 +296,21 @@ TEST(KnnRegressionTest, LoadedCopyPredictsBitForBitLikeTheOriginal) {
     int minute = 0;
     for (int i = 0; i < 1500; ++i) {
       const std::string app = "app" + std::to_string(random() % 20);
-      if (std::find(apps.begin(), apps.end(), app) == apps.end()) apps.push_back(app);
       minute += static_cast<int>(random() % 40);
       const std::tm time = At(minute / 60 % 24, minute % 60);
       knn.UpdateTime(time);
       if (copy) copy->UpdateTime(time);
-      for (const std::string& name : apps) {
-        const double score = knn.GetPrediction(name);
+      for (std::size_t id = 0; id < apps.size(); ++id) {
+        const double score = knn.GetPrediction(apps[id]);
+        ASSERT_TRUE(SameBits(score, SpanEstimate(knn, id, TimeSlot(time.tm_hour, time.tm_min)))) << i;
         ASSERT_TRUE(std::isnan(score) || (score >= 0.0 && score <= 1.0 + 1e-12)) << score;
         if (copy) {
-          ASSERT_TRUE(SameBits(copy->GetPrediction(name), score)) << function << " " << i;
+          ASSERT_TRUE(SameBits(copy->GetPrediction(apps[id]), score)) << function << " " << i;
         }
       }
       Launch(knn, app, time.tm_hour, time.tm_min);
       if (copy) Launch(*copy, app, time.tm_hour, time.tm_min);
+      if (std::find(apps.begin(), apps.end(), app) == apps.end()) apps.push_back(app);  // ids by first sight
       // Saved after an even number of launches: the reader leaves the ring
       // position at 0, which is where the original stands then.
       if (i == 799) {
