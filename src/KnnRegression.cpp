@@ -92,7 +92,8 @@ void KnnRegression::RefreshSpan() {
     std::sort(launched.begin(), launched.end());
     launched.erase(std::unique(launched.begin(), launched.end()), launched.end());
     for (const std::uint64_t id : launched) {
-      spanNumerators[id] += (CalculateFirstWeight(id, j, distance) + CalculateFirstWeight(id, j + kSlotsPerDay, distance));
+      spanNumerators[id] +=
+          (CalculateFirstWeight(id, j, distance) + CalculateFirstWeight(id, j + kSlotsPerDay, distance));
     }
     spanDenominator += (CalculateSecondWeight(j, distance) + CalculateSecondWeight(j + kSlotsPerDay, distance));
   }

@@ -177,7 +177,7 @@ TEST(KnnRegressionTest, ReaderChecksShapesAndKeepsWhatEarlierStepsRead) {
   ASSERT_TRUE(merged.DeserializeJson(more));
   EXPECT_EQ(merged.GetPrediction("b"), 0.5);
 
-  // Steps 1 and 2 change nothing.
+  // A missing member or a bad "function" changes nothing.
   KnnRegression knn(4);
   const std::string before = WriteJson(knn.SerializeJson());
   Json::Value missing = Document();
@@ -193,7 +193,7 @@ TEST(KnnRegressionTest, ReaderChecksShapesAndKeepsWhatEarlierStepsRead) {
     EXPECT_EQ(WriteJson(knn.SerializeJson()), before) << function;
   }
 
-  // Step 3: the kernel is replaced.
+  // A bad "previous": the kernel was replaced.
   for (const char* previous : {"[1, 2]", "[1, 2, 3, 4]", "[]", "{}", "7"}) {
     Json::Value document = Document();
     document["function"] = 18446744073709551615u;
@@ -204,7 +204,7 @@ TEST(KnnRegressionTest, ReaderChecksShapesAndKeepsWhatEarlierStepsRead) {
     EXPECT_EQ(Member(rejecting, "previous"), "[0,0,0]") << previous;
   }
 
-  // Step 5: the recent ids are replaced too, skipping malformed ones.
+  // A bad "strToId": the recent ids were replaced too, skipping malformed ones.
   Json::Value noDictionary = Document();
   noDictionary["previous"] = ParseJson(R"([5, "x", 6])");
   noDictionary["strToId"] = ParseJson("{}");
@@ -213,7 +213,7 @@ TEST(KnnRegressionTest, ReaderChecksShapesAndKeepsWhatEarlierStepsRead) {
   EXPECT_EQ(Member(atDictionary, "previous"), "[5,6,null]");
   EXPECT_EQ(Member(atDictionary, "strToId"), "null");
 
-  // Step 7: two names with one id; the entries stay, the next id does not move.
+  // Two names with one id: the entries stay, the next id does not move.
   Json::Value shared = Document();
   shared["strToId"] = ParseJson(R"([{"app": "a", "id": 4}, {"app": "b", "id": 4}, {"id": 9}, 3])");
   KnnRegression atSharedId;
@@ -221,7 +221,7 @@ TEST(KnnRegressionTest, ReaderChecksShapesAndKeepsWhatEarlierStepsRead) {
   Launch(atSharedId, "c", 0, 0);
   EXPECT_EQ(Member(atSharedId, "strToId"), R"([{"app":"a","id":4},{"app":"b","id":4},{"app":"c","id":0}])");
 
-  // Step 8: 575 tables; the next id was set.
+  // 575 tables: the dictionary was read and the next id set.
   Json::Value short575 = Document();
   short575["counters"].resize(575);
   KnnRegression atCounters;
@@ -230,7 +230,7 @@ TEST(KnnRegressionTest, ReaderChecksShapesAndKeepsWhatEarlierStepsRead) {
   EXPECT_EQ(Member(atCounters, "strToId"), R"([{"app":"a","id":0},{"app":"b","id":1},{"app":"c","id":2}])");
   EXPECT_EQ(Table(atCounters, 100), "null");
 
-  // Step 10: a pair naming an unknown id fails after every pair was read.
+  // A pair naming an unknown id fails after every pair was read.
   Json::Value unknown = Document();
   unknown["counters"][200] = ParseJson(R"([{"value1": 0, "value2": 9, "value3": 1}])");
   KnnRegression atVerify;

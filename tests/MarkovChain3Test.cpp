@@ -246,7 +246,7 @@ TEST(MarkovChain3Test, FailedLoadsKeepWhatTheEarlierStepsRead) {
   const char* newLast = R"("last": [{"lastApp": "q"}])";
   const char* newChain = R"("markovChain": [{"step": 0, "appFrom": 0, "appTo": 1, "value": 2}])";
 
-  // Steps 1 and 2: nothing changes.
+  // A missing member or a bad "last": nothing changes.
   for (const std::string& rejected : {std::string(R"({"last": [{"lastApp": "q"}], "markovChain": 1})"),
                                       std::string(R"({"last": [], "markovChain": [1], "strToId": [1]})"),
                                       std::string(R"({"last": {"a": 1}, "markovChain": [1], "strToId": [1]})"),
@@ -254,14 +254,15 @@ TEST(MarkovChain3Test, FailedLoadsKeepWhatTheEarlierStepsRead) {
     EXPECT_FALSE(trained.DeserializeJson(ParseJson(rejected))) << rejected;
     EXPECT_EQ(WriteJson(trained.SerializeJson()), saved) << rejected;
   }
-  // Step 4: only the history is replaced.
+  // A bad "markovChain": only the history was replaced.
   MarkovChain3 atChain;
   Launch(atChain, {"a", "b", "c", "d", "e"});
-  EXPECT_FALSE(atChain.DeserializeJson(ParseJson(std::string("{") + newLast + R"(, "markovChain": {}, "strToId": 1})")));
+  EXPECT_FALSE(
+      atChain.DeserializeJson(ParseJson(std::string("{") + newLast + R"(, "markovChain": {}, "strToId": 1})")));
   EXPECT_EQ(Member(atChain, "last"), R"([{"lastApp":"q"}])");
   EXPECT_EQ(Member(atChain, "markovChain"), Member(trained, "markovChain"));
   EXPECT_EQ(Member(atChain, "strToId"), Member(trained, "strToId"));
-  // Step 8: history and transitions replaced, dictionary emptied.
+  // A bad "strToId": history and transitions replaced, dictionary emptied.
   MarkovChain3 atDictionary;
   Launch(atDictionary, {"a", "b", "c", "d", "e"});
   EXPECT_FALSE(atDictionary.DeserializeJson(
@@ -269,7 +270,7 @@ TEST(MarkovChain3Test, FailedLoadsKeepWhatTheEarlierStepsRead) {
   EXPECT_EQ(WriteJson(atDictionary.SerializeJson()),
             R"({"last":[{"lastApp":"q"}],"markovChain":[{"appFrom":0,"appTo":1,"step":0,"value":2}],"strToId":null})");
 
-  // Step 10: everything is read, but the row sums are not rebuilt. A fresh
+  // Rejected after reading everything: the row sums are not rebuilt. A fresh
   // predictor then has none, so only the fallback scores.
   const std::string document = R"({
     "last": [{"lastApp": "a"}, {"lastApp": "b"}, {"lastApp": "c"}, {"lastApp": "d"}],
