@@ -45,6 +45,7 @@ void MarkovChain3::UpdateDict(const std::string& app) {
   const std::int32_t id = Narrow32(strToId.size());
   strToId.emplace(app, id);
   idToStr[id] = app;
+  predictionSlots.clear();
 }
 
 void MarkovChain3::CountTransition(std::size_t step, std::int32_t from, std::int32_t to) {
@@ -65,8 +66,11 @@ void MarkovChain3::CountTransition(std::size_t step, std::int32_t from, std::int
 
 void MarkovChain3::RefreshPrediction() {
   if (predictionValid) return;
-  prediction.clear();
-  if (lastLaunches.size() < kSteps) return;
+  if (lastLaunches.size() < kSteps) {
+    prediction.clear();
+    predictionSlots.clear();
+    return;
+  }
   // After a load the history may name applications the dictionary lacks.
   for (const std::string& app : lastLaunches) UpdateDict(app);
   const std::size_t count = idToStr.size();
@@ -77,10 +81,18 @@ void MarkovChain3::RefreshPrediction() {
   if (total != 0.0) {
     for (double& score : scores) score /= total;
   }
-  for (std::size_t id = 0; id < count; ++id) {
-    // Inserting look-up: an id without a name (only after a sparse load) is
-    // scored under the empty name, which then counts as a known id.
-    prediction[idToStr[static_cast<std::int32_t>(id)]] = scores[id];
+  if (predictionSlots.size() == count) {
+    // Same names as last time: refill the entries in id order.
+    for (std::size_t id = 0; id < count; ++id) *predictionSlots[id] = scores[id];
+  } else {
+    prediction.clear();
+    predictionSlots.clear();
+    for (std::size_t id = 0; id < count; ++id) {
+      // Inserting look-up: an id without a name (only after a sparse load) is
+      // scored under the empty name, which then counts as a known id.
+      const auto entry = prediction.insert_or_assign(idToStr[static_cast<std::int32_t>(id)], scores[id]).first;
+      predictionSlots.push_back(&entry->second);
+    }
   }
   predictionValid = true;
 }
@@ -208,6 +220,7 @@ bool MarkovChain3::DeserializeJson(const Json::Value& model) {
 
   strToId.clear();
   idToStr.clear();
+  predictionSlots.clear();
   const Json::Value& dictionary = model[kStrToId];
   if (!IsNonEmptyArray(dictionary)) return false;
   const std::set<std::uint64_t> known = DeserializeStrToId(dictionary);

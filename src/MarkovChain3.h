@@ -77,6 +77,10 @@ class MarkovChain3 final : public Predictor {
   std::map<std::string, std::int32_t> strToId;
   std::map<std::int32_t, std::string> idToStr;
   std::map<std::string, double> prediction;
+  // The entry of `prediction` that each id's score goes to, while the names
+  // of the ids stay as they were when `prediction` was built; emptied when
+  // they may have changed.
+  std::vector<double*> predictionSlots;
   // Oldest first; at most four names.
   std::deque<std::string> lastLaunches;
 };
