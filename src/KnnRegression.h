@@ -47,17 +47,15 @@ class KnnRegression final : public Predictor {
   // dictionary, then the pairs.
   bool DeserializeJson(const Json::Value& value) override;
 
-  // Kernel-weighted count of the pairs of counters[table] (0..575) that
-  // launched `id`, and of all its pairs, at slot distance `distance`.
+  // Kernel-weighted count, at slot distance `distance`, of the pairs of
+  // counters[table] (0..575) from (id, 0) to (id, nextId), those that
+  // launched `id`; and of all its pairs.
   double CalculateFirstWeight(std::uint64_t id, int table, double distance) const;
   double CalculateSecondWeight(int table, double distance) const;
   double ExecuteKernel(double u) const;
 
+  // True when `model` is a non-empty object with the four members.
   bool CheckModelJson(const Json::Value& model) const;
-  // Readers of the array members; malformed elements are skipped. Each
-  // returns the ids it saw.
-  std::set<std::uint64_t> DeserializeStrToId(const Json::Value& dictionary);
-  std::set<std::uint64_t> DeserializeCounters(const Json::Value& counters);
   // True when every id in `used` is in `known`.
   static bool VerifyDeserialization(const std::set<std::uint64_t>& used, const std::set<std::uint64_t>& known);
 
@@ -67,6 +65,11 @@ class KnnRegression final : public Predictor {
 
   static constexpr std::size_t kPreviousSize = 3;
   static constexpr std::size_t kTables = 2 * kSlotsPerDay;
+
+  // Readers of the array members, adding to what is held; malformed
+  // elements are skipped. Each returns the ids it saw.
+  std::set<std::uint64_t> DeserializeStrToId(const Json::Value& dictionary);
+  std::set<std::uint64_t> DeserializeCounters(const Json::Value& tables);
 
   double WeightedSum(PairCounts::const_iterator first, PairCounts::const_iterator last, double distance) const;
   // Fills the span cache unless it is valid.

@@ -27,7 +27,8 @@ class MarkovChain3 final : public Predictor {
   void Update(const Updater& updater) override;
   // Time of day plays no part; the cached prediction stays valid.
   void UpdateTime(const std::tm& time) override;
-  // Empty until four launches were learned; otherwise every known application.
+  // Empty while the history holds fewer than four launches; otherwise every
+  // known application.
   std::map<std::string, double> Predict() override;
   double GetPrediction(const std::string& app) override;
   // {"last", "markovChain", "strToId"}; each member null when empty, which
@@ -42,14 +43,10 @@ class MarkovChain3 final : public Predictor {
   // id-to-name direction.
   void UpdateDict(const std::string& app);
 
+  // True when `model` is a non-empty object with the three members.
   bool CheckModelJson(const Json::Value& model) const;
-  // Readers of the array members; malformed elements are skipped. Each
-  // returns the ids it saw, untruncated.
-  std::set<std::uint64_t> DeserializeMarkovStat(const Json::Value& chain);
-  std::set<std::uint64_t> DeserializeStrToId(const Json::Value& dictionary);
   // True when every id in `used` is in `known`.
   static bool VerifyDeserialization(const std::set<std::uint64_t>& used, const std::set<std::uint64_t>& known);
-  void CalculateSumAfterDeserialization();
 
  private:
   static constexpr std::size_t kSteps = 4;
@@ -61,6 +58,12 @@ class MarkovChain3 final : public Predictor {
     std::int32_t count;
   };
   using TransitionRow = std::vector<Transition>;
+
+  // Readers of the array members, into emptied tables; malformed elements
+  // are skipped. Each returns the ids it saw, untruncated.
+  std::set<std::uint64_t> DeserializeMarkovStat(const Json::Value& chain);
+  std::set<std::uint64_t> DeserializeStrToId(const Json::Value& dictionary);
+  void CalculateSumAfterDeserialization();
 
   void CountTransition(std::size_t step, std::int32_t from, std::int32_t to);
   // Recomputes `prediction` unless it is valid.
