@@ -9,6 +9,10 @@ namespace {
 
 const std::vector<std::vector<std::string>> kEnsembles = {
     {"stat_counter"},
+    {"markov_chain3_invalidate"},
+    {"knn_regression"},
+    {"stat_counter", "markov_chain3_invalidate"},
+    {"stat_counter", "knn_regression"},
 };
 
 void BM_Launch(benchmark::State& state) {

@@ -8,6 +8,8 @@
 #include <json/json.h>
 
 #include "Constants.h"
+#include "KnnRegression.h"
+#include "MarkovChain3.h"
 #include "Predictor.h"
 #include "StatCounter.h"
 #include "Updater.h"
@@ -114,8 +116,11 @@ Nuvik::Nuvik(const NuvikConfig& config)
 
 Nuvik::~Nuvik() = default;
 
-std::unique_ptr<Predictor> Nuvik::PredictorFactory(const std::string& name, int /*param*/) const {
+std::unique_ptr<Predictor> Nuvik::PredictorFactory(const std::string& name, int param) const {
   if (name == kStatCounterName) return std::make_unique<StatCounter>();
+  // The kernel selector is param - 1 in 32-bit arithmetic: INT_MIN wraps to INT_MAX.
+  if (name == kKnnRegressionName) return std::make_unique<KnnRegression>(WrappingAdd(param, -1));
+  if (name == kMarkovChain3Name) return std::make_unique<MarkovChain3>();
   // Unknown names fall back to the popularity counter.
   return std::make_unique<StatCounter>();
 }

@@ -1,0 +1,262 @@
+#include "KnnRegression.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+
+#include "JsonFields.h"
+
+namespace NuvikPrediction {
+
+namespace {
+
+// Pairs a generation holds before the next one takes new pairs.
+constexpr std::size_t kPairsPerGeneration = 2;
+// Slots on either side of the current one that a prediction looks at.
+constexpr int kSpan = 26;
+// Distance penalties for a launched application other than the launch before
+// last, and for a preceding application other than the newest launch.
+constexpr double kLaunchedPenalty = 26.0;
+constexpr double kPrecedingPenalty = 13.0;
+constexpr double kDistanceScale = 66.0;
+
+}  // namespace
+
+KnnRegression::KnnRegression() : KnnRegression(0) {}
+
+KnnRegression::KnnRegression(std::int64_t function) : Predictor(kKnnRegressionName), function(function) {}
+
+void KnnRegression::Update(const Updater& updater) {
+  spanValid = false;
+  const int slot = TimeSlot(updater.hour, updater.minute);
+  currentBucket = slot;
+  PairCounts& older = counters[static_cast<std::size_t>(slot)];
+  PairCounts& newer = counters[static_cast<std::size_t>(slot + kSlotsPerDay)];
+  PairCounts* target = &older;
+  if (older.size() == kPairsPerGeneration) {
+    // A full older generation is frozen, even for a repeat of its pairs,
+    // until the newer one fills up and replaces it.
+    if (newer.size() == kPairsPerGeneration) {
+      older = std::move(newer);
+      newer.clear();
+    }
+    target = &newer;
+  }
+
+  const auto [entry, added] = strToId.try_emplace(updater.app, nextId);
+  if (added) ++nextId;
+  const std::int32_t before = (previousIndex + 1) % 2;
+  SetPrevious(previousIndex, entry->second);
+  // The very first launch pairs with the initial 0, its own id.
+  ++(*target)[{PreviousAt(previousIndex), PreviousAt(before)}];
+  previousIndex = before;
+}
+
+void KnnRegression::UpdateTime(const std::tm& time) {
+  const int slot = TimeSlot(time.tm_hour, time.tm_min);
+  if (slot != currentBucket) spanValid = false;
+  currentBucket = slot;
+}
+
+std::map<std::string, double> KnnRegression::Predict() { return {}; }
+
+double KnnRegression::GetPrediction(const std::string& app) {
+  const auto entry = strToId.find(app);
+  if (entry == strToId.end()) return 0.0;
+  RefreshSpan();
+  const auto numerator = spanNumerators.find(entry->second);
+  // NaN when no pair lies in the span, on purpose.
+  return (numerator == spanNumerators.end() ? 0.0 : numerator->second) / spanDenominator;
+}
+
+// For slots j = max(0, s - 26) .. min(287, s + 26) ascending, an application
+// x gains (first weight of x in both generations of j) and the denominator
+// (second weight of both). Where x has no pair the gain is 0.0 + 0.0, which
+// leaves its sum (never below +0.0: every kernel is positive on the span) as
+// it is; so only the applications with a pair in j are visited.
+void KnnRegression::RefreshSpan() {
+  if (spanValid) return;
+  spanNumerators.clear();
+  spanDenominator = 0.0;
+  const int slot = currentBucket;
+  const int first = std::max(slot, kSpan) - kSpan;
+  const int end = std::min(slot, kSlotsPerDay - 1 - kSpan) + kSpan + 1;
+  std::vector<std::uint64_t> launched;
+  for (int j = first; j < end; ++j) {
+    // Equals the slot distance, except that 15 becomes 14.999999999999998.
+    const double distance = static_cast<double>(std::abs(slot - j)) / 26.0 * 26.0;
+    launched.clear();
+    for (const int table : {j, j + kSlotsPerDay}) {
+      for (const auto& pair : counters[static_cast<std::size_t>(table)]) launched.push_back(pair.first.first);
+    }
+    std::sort(launched.begin(), launched.end());
+    launched.erase(std::unique(launched.begin(), launched.end()), launched.end());
+    for (const std::uint64_t id : launched) {
+      spanNumerators[id] +=
+          (CalculateFirstWeight(id, j, distance) + CalculateFirstWeight(id, j + kSlotsPerDay, distance));
+    }
+    spanDenominator += (CalculateSecondWeight(j, distance) + CalculateSecondWeight(j + kSlotsPerDay, distance));
+  }
+  spanValid = true;
+}
+
+double KnnRegression::CalculateFirstWeight(std::uint64_t id, int table, double distance) const {
+  const PairCounts& pairs = counters[static_cast<std::size_t>(table)];
+  return WeightedSum(pairs.lower_bound({id, 0}), pairs.upper_bound({id, nextId}), distance);
+}
+
+double KnnRegression::CalculateSecondWeight(int table, double distance) const {
+  const PairCounts& pairs = counters[static_cast<std::size_t>(table)];
+  return WeightedSum(pairs.begin(), pairs.end(), distance);
+}
+
+double KnnRegression::WeightedSum(PairCounts::const_iterator first, PairCounts::const_iterator last,
+                                  double distance) const {
+  const std::uint64_t launchedBefore = PreviousAt(previousIndex);
+  const std::uint64_t newest = PreviousAt((previousIndex + 1) % 2);
+  double sum = 0.0;
+  for (auto it = first; it != last; ++it) {
+    const auto& [launched, preceding] = it->first;
+    const double u = ((launched == launchedBefore ? 0.0 : kLaunchedPenalty) + distance +
+                      (preceding == newest ? 0.0 : kPrecedingPenalty)) /
+                     kDistanceScale;
+    sum += ExecuteKernel(u) * static_cast<double>(it->second);
+  }
+  return sum;
+}
+
+double KnnRegression::ExecuteKernel(double u) const {
+  switch (function) {
+    case kUniform:
+      return 1.0;
+    case kEpanechnikov:
+      return 0.75 * (1.0 - u * u);
+    case kTriweight:
+      return 1.09375 * std::pow(1.0 - u * u, 3.0);
+    case kGaussian:
+      return 0.3989422804014327 * std::exp(u * (u * -0.5));
+    default:
+      return 1.0 - std::abs(u);
+  }
+}
+
+std::uint64_t KnnRegression::PreviousAt(std::int32_t index) const {
+  const auto i = static_cast<std::size_t>(index);
+  return i < previous.size() ? previous[i] : 0;
+}
+
+void KnnRegression::SetPrevious(std::int32_t index, std::uint64_t id) {
+  const auto i = static_cast<std::size_t>(index);
+  if (previous.size() <= i) previous.resize(i + 1, 0);
+  previous[i] = id;
+}
+
+Json::Value KnnRegression::SerializeJson() const {
+  using namespace KnnKeys;
+  Json::Value result(Json::objectValue);
+  // Bit for bit: -1 is written as 18446744073709551615.
+  result[kFunction] = static_cast<Json::UInt64>(function);
+
+  Json::Value recent(Json::arrayValue);
+  recent.resize(kPreviousSize);  // entries missing after a lenient load stay null
+  for (Json::ArrayIndex i = 0; i < previous.size(); ++i) recent[i] = Json::UInt64{previous[i]};
+  result[kPrevious] = std::move(recent);
+
+  Json::Value dictionary;  // null while empty
+  Json::ArrayIndex index = 0;
+  for (const auto& [app, id] : strToId) {
+    Json::Value& element = dictionary[index++];
+    element[kApp] = app;
+    element[kId] = Json::UInt64{id};
+  }
+  result[kStrToId] = std::move(dictionary);
+
+  Json::Value tables(Json::arrayValue);
+  tables.resize(kTables);  // empty tables stay null
+  for (Json::ArrayIndex i = 0; i < kTables; ++i) {
+    Json::ArrayIndex pairIndex = 0;
+    for (const auto& [key, count] : counters[i]) {
+      Json::Value& element = tables[i][pairIndex++];
+      element[kValue1] = Json::UInt64{key.first};
+      element[kValue2] = Json::UInt64{key.second};
+      element[kValue3] = Json::UInt64{count};
+    }
+  }
+  result[kCounters] = std::move(tables);
+  return result;
+}
+
+bool KnnRegression::CheckModelJson(const Json::Value& model) const {
+  using namespace KnnKeys;
+  return IsNonEmptyObject(model) && model.isMember(kFunction) && model.isMember(kPrevious) &&
+         model.isMember(kStrToId) && model.isMember(kCounters);
+}
+
+bool KnnRegression::DeserializeJson(const Json::Value& model) {
+  using namespace KnnKeys;
+  spanValid = false;
+  if (!CheckModelJson(model)) return false;
+
+  const Json::Value& kernel = model[kFunction];
+  if (!kernel.isUInt64()) return false;
+  function = static_cast<std::int64_t>(kernel.asUInt64());
+
+  const Json::Value& recent = model[kPrevious];
+  if (!IsNonEmptyArray(recent) || recent.size() != kPreviousSize) return false;
+  previous.clear();
+  for (const Json::Value& id : recent) {
+    if (id.isUInt64()) previous.push_back(id.asUInt64());
+  }
+
+  const Json::Value& dictionary = model[kStrToId];
+  if (!IsNonEmptyArray(dictionary)) return false;
+  const std::set<std::uint64_t> known = DeserializeStrToId(dictionary);
+  // Fewer ids than names means two names share an id.
+  if (known.size() < strToId.size()) return false;
+  if (!known.empty()) nextId = *known.rbegin() + 1;
+
+  const Json::Value& tables = model[kCounters];
+  if (!IsNonEmptyArray(tables) || tables.size() != kTables) return false;
+  const std::set<std::uint64_t> used = DeserializeCounters(tables);
+  return VerifyDeserialization(used, known);
+}
+
+std::set<std::uint64_t> KnnRegression::DeserializeStrToId(const Json::Value& dictionary) {
+  using namespace KnnKeys;
+  std::set<std::uint64_t> known;
+  for (const Json::Value& element : dictionary) {
+    if (!IsNonEmptyObject(element) || !HasStringMember(element, kApp) || !HasUnsignedMember(element, kId)) continue;
+    const std::uint64_t id = element[kId].asUInt64();
+    known.insert(id);
+    strToId[element[kApp].asString()] = id;
+  }
+  return known;
+}
+
+std::set<std::uint64_t> KnnRegression::DeserializeCounters(const Json::Value& tables) {
+  using namespace KnnKeys;
+  std::set<std::uint64_t> used;
+  for (Json::ArrayIndex i = 0; i < kTables; ++i) {
+    const Json::Value& table = tables[i];
+    if (!IsNonEmptyArray(table)) continue;
+    for (const Json::Value& element : table) {
+      if (!IsNonEmptyObject(element) || !HasUnsignedMember(element, kValue1) ||
+          !HasUnsignedMember(element, kValue2) || !HasUnsignedMember(element, kValue3)) {
+        continue;
+      }
+      const std::uint64_t launched = element[kValue1].asUInt64();
+      const std::uint64_t preceding = element[kValue2].asUInt64();
+      used.insert(launched);
+      used.insert(preceding);
+      counters[i][{launched, preceding}] = element[kValue3].asUInt64();
+    }
+  }
+  return used;
+}
+
+bool KnnRegression::VerifyDeserialization(const std::set<std::uint64_t>& used,
+                                          const std::set<std::uint64_t>& known) {
+  return std::includes(known.begin(), known.end(), used.begin(), used.end());
+}
+
+}  // namespace NuvikPrediction

@@ -1,0 +1,105 @@
+#ifndef NUVIK_KNN_REGRESSION_H_
+#define NUVIK_KNN_REGRESSION_H_
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Constants.h"
+#include "Predictor.h"
+
+namespace NuvikPrediction {
+
+// Kernel regression over the time of day. Every five-minute slot keeps a few
+// (launched, previous) application pairs in two generations; an application
+// scores the kernel-weighted count of the pairs it launched within 26 slots
+// of the current one, over that of all pairs there. The distance of a pair
+// mixes the slot distance with penalties for applications that differ from
+// the recent ones. Predict() is always empty.
+class KnnRegression final : public Predictor {
+ public:
+  // Kernel selectors; any other value is the triangular kernel.
+  static constexpr std::int64_t kUniform = 1;
+  static constexpr std::int64_t kEpanechnikov = 2;
+  static constexpr std::int64_t kTriweight = 3;
+  static constexpr std::int64_t kGaussian = 4;
+
+  // Triangular kernel, as loaded models start.
+  KnnRegression();
+  explicit KnnRegression(std::int64_t function);
+
+  void Update(const Updater& updater) override;
+  // Sets the slot that GetPrediction looks around.
+  void UpdateTime(const std::tm& time) override;
+  std::map<std::string, double> Predict() override;
+  // 0.0 for an unknown application; NaN when no pair lies in the span.
+  double GetPrediction(const std::string& app) override;
+  // {"counters" (576 tables), "function", "previous" (3 ids), "strToId"};
+  // empty tables and an empty dictionary are null, which this reader rejects.
+  Json::Value SerializeJson() const override;
+  // Adds the dictionary and the pairs read to those held. False rejects the
+  // value and may leave it partly read: the kernel, the recent ids, the
+  // dictionary, then the pairs.
+  bool DeserializeJson(const Json::Value& value) override;
+
+  // Kernel-weighted count, at slot distance `distance`, of the pairs of
+  // counters[table] (0..575) from (id, 0) to (id, nextId), those that
+  // launched `id`; and of all its pairs.
+  double CalculateFirstWeight(std::uint64_t id, int table, double distance) const;
+  double CalculateSecondWeight(int table, double distance) const;
+  double ExecuteKernel(double u) const;
+
+  // True when `model` is a non-empty object with the four members.
+  bool CheckModelJson(const Json::Value& model) const;
+  // True when every id in `used` is in `known`.
+  static bool VerifyDeserialization(const std::set<std::uint64_t>& used, const std::set<std::uint64_t>& known);
+
+ private:
+  // (launched application, application launched before it) -> count.
+  using PairCounts = std::map<std::pair<std::uint64_t, std::uint64_t>, std::uint64_t>;
+
+  static constexpr std::size_t kPreviousSize = 3;
+  static constexpr std::size_t kTables = 2 * kSlotsPerDay;
+
+  // Readers of the array members, adding to what is held; malformed
+  // elements are skipped. Each returns the ids it saw.
+  std::set<std::uint64_t> DeserializeStrToId(const Json::Value& dictionary);
+  std::set<std::uint64_t> DeserializeCounters(const Json::Value& tables);
+
+  double WeightedSum(PairCounts::const_iterator first, PairCounts::const_iterator last, double distance) const;
+  // Fills the span cache unless it is valid.
+  void RefreshSpan();
+  // A lenient load may leave `previous` short: missing entries read as 0,
+  // and writing one pads with zeros up to it.
+  std::uint64_t PreviousAt(std::int32_t index) const;
+  void SetPrevious(std::int32_t index, std::uint64_t id);
+
+  // The entry of `previous` that the next launch overwrites; 0 or 1. After a
+  // launch it holds the launch before the newest, the other entry the newest.
+  std::int32_t previousIndex = 0;
+  std::int32_t currentBucket = 0;
+  std::uint64_t nextId = 0;
+  std::int64_t function;
+  // Only entries 0 and 1 are learned; entry 2 is kept for the document.
+  std::vector<std::uint64_t> previous = std::vector<std::uint64_t>(kPreviousSize, 0);
+  // counters[b] is the older generation of slot b, counters[b + 288] the
+  // newer; learning keeps at most two pairs in each.
+  std::array<PairCounts, kTables> counters;
+  std::map<std::string, std::uint64_t> strToId;
+
+  // The regression's sums over the span, shared by every GetPrediction until
+  // a launch, a load or a change of slot: the numerator of each application
+  // with a pair there, and the denominator.
+  bool spanValid = false;
+  std::map<std::uint64_t, double> spanNumerators;
+  double spanDenominator = 0.0;
+};
+
+}  // namespace NuvikPrediction
+
+#endif  // NUVIK_KNN_REGRESSION_H_
