@@ -1,3 +1,4 @@
+#include <cstdint>
 #include <cstring>
 #include <random>
 #include <sstream>
@@ -55,6 +56,35 @@ TEST(DocumentTest, WritesOneCompactLineThatLoadsIntoAnyConfiguration) {
   other.Update("c", At(9, 0));
   EXPECT_EQ(other.GetNext(), trained.GetNext());
   EXPECT_EQ(other.GetAllWeights(), trained.GetAllWeights());
+}
+
+std::vector<std::uint64_t> KernelSelectors(const Nuvik& nuvik) {
+  std::vector<std::uint64_t> selectors;
+  const Json::Value root = testing::ParseJson(Save(nuvik));
+  for (const Json::Value& entry : root["models"]) {
+    selectors.push_back(entry["model"]["function"].asUInt64());
+  }
+  return selectors;
+}
+
+TEST(DocumentTest, KernelSelectorIsParameterMinusOneIn32Bits) {
+  const Nuvik knn(std::vector<int>{4, 9, 0, INT32_MIN}, "knn_regression");
+  EXPECT_EQ(knn.PrintNuvikInfo(),
+            "NUVIK library 1.3 [ predictors list: knn_regression, knn_regression, knn_regression, knn_regression ]");
+  EXPECT_EQ(KernelSelectors(knn), (std::vector<std::uint64_t>{3, 8, UINT64_MAX, INT32_MAX}));
+}
+
+TEST(DocumentTest, ClearRebuildsSlotsBeyondTheConfigurationFromTheirLoadedType) {
+  Nuvik nuvik(std::vector<int>{5}, "knn_regression");
+  Train(nuvik, {"a", "b"});
+  Json::Value root = testing::ParseJson(Save(nuvik));
+  root["models"].append(root["models"][0]);
+  root["models"][1]["model"]["function"] = 3;
+  root["count"] = 2;
+  ASSERT_TRUE(Load(nuvik, testing::WriteJson(root)));
+  EXPECT_EQ(KernelSelectors(nuvik), (std::vector<std::uint64_t>{4, 3}));
+  nuvik.Clear();
+  EXPECT_EQ(KernelSelectors(nuvik), (std::vector<std::uint64_t>{4, 0}));
 }
 
 TEST(DocumentTest, EmptyStateIsWrittenAsNullAndRejectedByItsOwnReader) {
