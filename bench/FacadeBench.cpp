@@ -9,6 +9,10 @@ namespace {
 
 const std::vector<std::vector<std::string>> kEnsembles = {
     {"stat_counter"},
+    {"linear"},
+    {"double_linear"},
+    {"stat_counter", "linear"},
+    {"stat_counter", "double_linear"},
 };
 
 void BM_Launch(benchmark::State& state) {

@@ -8,6 +8,8 @@
 #include <json/json.h>
 
 #include "Constants.h"
+#include "DoubleLinear.h"
+#include "Linear.h"
 #include "Predictor.h"
 #include "StatCounter.h"
 #include "Updater.h"
@@ -113,6 +115,8 @@ Nuvik::~Nuvik() = default;
 
 std::unique_ptr<Predictor> Nuvik::PredictorFactory(const std::string& name, int /*param*/) const {
   if (name == kStatCounterName) return std::make_unique<StatCounter>();
+  if (name == kLinearName) return std::make_unique<Linear>();
+  if (name == kDoubleLinearName) return std::make_unique<DoubleLinear>();
   // Unknown names fall back to the popularity counter.
   return std::make_unique<StatCounter>();
 }
