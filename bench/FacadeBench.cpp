@@ -9,10 +9,15 @@ namespace {
 
 const std::vector<std::vector<std::string>> kEnsembles = {
     {"stat_counter"},
+    {"linear"},
+    {"double_linear"},
     {"markov_chain3_invalidate"},
     {"knn_regression"},
+    {"stat_counter", "linear"},
+    {"stat_counter", "double_linear"},
     {"stat_counter", "markov_chain3_invalidate"},
     {"stat_counter", "knn_regression"},
+    {"markov_chain3_invalidate", "double_linear"},
 };
 
 void BM_Launch(benchmark::State& state) {

@@ -8,7 +8,9 @@
 #include <json/json.h>
 
 #include "Constants.h"
+#include "DoubleLinear.h"
 #include "KnnRegression.h"
+#include "Linear.h"
 #include "MarkovChain3.h"
 #include "Predictor.h"
 #include "StatCounter.h"
@@ -121,6 +123,8 @@ std::unique_ptr<Predictor> Nuvik::PredictorFactory(const std::string& name, int 
   // The kernel selector is param - 1 in 32-bit arithmetic: INT_MIN wraps to INT_MAX.
   if (name == kKnnRegressionName) return std::make_unique<KnnRegression>(WrappingAdd(param, -1));
   if (name == kMarkovChain3Name) return std::make_unique<MarkovChain3>();
+  if (name == kLinearName) return std::make_unique<Linear>();
+  if (name == kDoubleLinearName) return std::make_unique<DoubleLinear>();
   // Unknown names fall back to the popularity counter.
   return std::make_unique<StatCounter>();
 }
