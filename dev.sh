@@ -7,7 +7,7 @@
 set -euo pipefail
 cd "$(dirname "$0")"
 
-PACKAGES=(cmake make g++ pkg-config libjsoncpp-dev libgtest-dev)
+PACKAGES=(cmake make g++ pkg-config libjsoncpp-dev libgtest-dev libcli11-dev zlib1g-dev)
 JOBS=$(nproc 2>/dev/null || echo 2)
 
 deps() {
