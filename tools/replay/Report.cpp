@@ -135,7 +135,7 @@ void PrintTables(std::ostream& out, const LaunchLog& log, const std::vector<RunR
   PrintTable(out, rows);
   if (!perUser) return;
   for (std::size_t u = 0; u < log.users.size(); ++u) {
-    out << "\nuser " << UserName(log.users[u]) << "\n";
+    out << "\nuser: " << UserName(log.users[u]) << "\n";
     rows.clear();
     for (const RunResult& run : runs) rows.push_back({run.label, TotalOf(run.users[u]), run.baseline});
     PrintTable(out, rows);
