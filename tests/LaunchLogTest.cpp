@@ -65,7 +65,8 @@ TEST(LocalTimeTest, ParsesLocalTimestampsAndEpochSeconds) {
   EXPECT_EQ(Format("2023-02-29 10:00"), "bad time '2023-02-29 10:00': no such date");
   EXPECT_EQ(Format("2024-03-04 24:00"), "bad time '2024-03-04 24:00': no such time of day");
   EXPECT_EQ(Format("2024-3-4 7:05"), "bad time '2024-3-4 7:05': expected YYYY-MM-DD HH:MM[:SS] or epoch seconds");
-  EXPECT_EQ(Format("2024-03-04 07:05:"), "bad time '2024-03-04 07:05:': expected YYYY-MM-DD HH:MM[:SS] or epoch seconds");
+  EXPECT_EQ(Format("2024-03-04 07:05:"),
+            "bad time '2024-03-04 07:05:': expected YYYY-MM-DD HH:MM[:SS] or epoch seconds");
   EXPECT_EQ(Format(""), "bad time '': expected YYYY-MM-DD HH:MM[:SS] or epoch seconds");
   EXPECT_EQ(Format("1709535909"), "bad time '1709535909': epoch seconds need --utc-offset");
 
@@ -82,7 +83,8 @@ TEST(LaunchLogTest, ReadsCsvAndTsvAndSeparatesUsers) {
   // Byte order mark, CRLF, columns in any order, an extra column, quoting,
   // blank lines, and users interleaved.
   const LaunchLog csv = ParseLaunchLog(
-      "\xEF\xBB\xBF" "App,note,User,timestamp\r\n"
+      "\xEF\xBB\xBF"
+      "App,note,User,timestamp\r\n"
       "mail,,bob,2024-03-04 08:00\r\n"
       "\"maps, offline\",\"say \"\"hi\"\"\",ann,2024-03-04 08:01:30\r\n"
       "\r\n"
@@ -115,9 +117,9 @@ TEST(LaunchLogTest, ReportsBadRowsWithFileLineAndReason) {
             "the rows of each user must be in time order");
 
   // Skipped, a bad row neither stops the log nor moves a user's clock.
-  const LaunchLog log = ParseLaunchLog(header + good + "u,2024-03-04 09:00\nu,2024-03-04 07:00,b\n" + "u,nope,c\n" +
-                                           "u,2024-03-04 08:30,d\n",
-                                       "log.csv", {std::nullopt, true});
+  const LaunchLog log = ParseLaunchLog(
+      header + good + "u,2024-03-04 09:00\nu,2024-03-04 07:00,b\n" + "u,nope,c\n" + "u,2024-03-04 08:30,d\n", "log.csv",
+      {std::nullopt, true});
   EXPECT_EQ(Users(log), std::vector<std::string>{"u: mail@08:00:00 d@08:30:00"});
   EXPECT_EQ(log.badRows, 3u);
   ASSERT_EQ(log.badRowSamples.size(), 3u);

@@ -43,8 +43,7 @@ class ReplayCliTest : public ::testing::Test {
   // Runs the tool with `arguments` (already quoted for the shell).
   Outcome Run(const std::string& arguments, const std::string& input = "") const {
     const std::string errors = directory_ + "/stderr";
-    const std::string command =
-        input + Quote(NUVIK_REPLAY_BIN) + " " + arguments + " 2>" + Quote(errors);
+    const std::string command = input + Quote(NUVIK_REPLAY_BIN) + " " + arguments + " 2>" + Quote(errors);
     FILE* pipe = popen(command.c_str(), "r");
     std::string output;
     char buffer[4096];
@@ -136,8 +135,9 @@ TEST_F(ReplayCliTest, ComparesEnsemblesOnTheSampleLogWithTheFacadesOwnNumbers) {
 }
 
 TEST_F(ReplayCliTest, TracesEachLaunchWithTheTopOfItsList) {
-  const std::string log = Write("tiny.csv", "user,timestamp,app\nu,2024-03-04 08:00,a\nu,2024-03-04 08:01,b\n"
-                                            "u,2024-03-04 08:02,a\nu,2024-03-04 08:03,a\n");
+  const std::string log = Write("tiny.csv",
+                                "user,timestamp,app\nu,2024-03-04 08:00,a\nu,2024-03-04 08:01,b\n"
+                                "u,2024-03-04 08:02,a\nu,2024-03-04 08:03,a\n");
   const Outcome run = Run(Quote(log) + " --trace --skip-repeats");
   ASSERT_EQ(run.status, 0) << run.errors;
   EXPECT_EQ(run.output.substr(0, run.output.find("\n\n") + 1),
@@ -160,8 +160,9 @@ TEST_F(ReplayCliTest, ReportsMistakesWithAReasonAndAnExitStatus) {
   EXPECT_EQ(absent.status, 1);
   EXPECT_EQ(absent.errors, "nuvik-replay: cannot open '" + missing + "': No such file or directory\n");
 
-  const std::string log = Write("bad.csv", "timestamp,app\n2024-03-04 08:00,a\n2024-03-04 08:01,\n"
-                                           "2024-03-04 08:02,b\n");
+  const std::string log = Write("bad.csv",
+                                "timestamp,app\n2024-03-04 08:00,a\n2024-03-04 08:01,\n"
+                                "2024-03-04 08:02,b\n");
   const Outcome bad = Run(Quote(log));
   EXPECT_EQ(bad.status, 1);
   EXPECT_EQ(bad.output, "");

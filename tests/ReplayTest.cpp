@@ -246,8 +246,8 @@ TEST(DocumentsTest, PathsAndAtomicWrites) {
   WriteFileAtomically(path, "new");
   EXPECT_EQ(Read(path), "new");
   EXPECT_THROW(WriteFileAtomically(directory.path() + "/missing/out.txt", "x"), InputError);
-  EXPECT_THROW(PrepareSaveTarget(directory.path(), false), InputError);     // a directory, not a file
-  EXPECT_THROW(PrepareSaveTarget(path, true), InputError);                  // a file, not a directory
+  EXPECT_THROW(PrepareSaveTarget(directory.path(), false), InputError);  // a directory, not a file
+  EXPECT_THROW(PrepareSaveTarget(path, true), InputError);               // a file, not a directory
   EXPECT_THROW(PrepareSaveTarget(directory.path() + "/a/b", true), InputError);
   PrepareSaveTarget(directory.path() + "/per-user", true);
   EXPECT_EQ(directory.Entries(), (std::vector<std::string>{"out.txt", "per-user"}));

@@ -33,4 +33,3 @@ void BaselineRanker::Learn(AppId app) {
 }
 
 }  // namespace NuvikReplay
-

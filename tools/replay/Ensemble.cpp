@@ -46,8 +46,8 @@ void Relabel(EnsembleSpec& spec) {
 }  // namespace
 
 const std::vector<std::string>& PredictorTypeNames() {
-  static const std::vector<std::string> kNames = {"stat_counter", "linear", "double_linear",
-                                                  "markov_chain3_invalidate", "knn_regression"};
+  static const std::vector<std::string> kNames = {"stat_counter", "linear", "double_linear", "markov_chain3_invalidate",
+                                                  "knn_regression"};
   return kNames;
 }
 

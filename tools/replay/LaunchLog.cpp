@@ -148,8 +148,8 @@ void LaunchLogParser::ParseRow(std::string_view line) {
   }
   UserState& state = userStates_[userEntry->second];
   if (time.seconds < state.lastTime) {
-    return RejectRow("time " + FormatLocalTime(time.seconds) + " is earlier than " +
-                     FormatLocalTime(state.lastTime) + " on line " + std::to_string(state.lastLine) +
+    return RejectRow("time " + FormatLocalTime(time.seconds) + " is earlier than " + FormatLocalTime(state.lastTime) +
+                     " on line " + std::to_string(state.lastLine) +
                      (userColumn_ ? " for user '" + user + "'" : std::string()) +
                      "; the rows of each user must be in time order");
   }

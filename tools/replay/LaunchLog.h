@@ -29,9 +29,9 @@ struct UserLog {
 };
 
 struct LaunchLog {
-  std::string source;                      // the file name shown in messages
-  std::vector<std::string> apps;           // by id, in order of first sight
-  std::vector<UserLog> users;              // in order of first sight
+  std::string source;             // the file name shown in messages
+  std::vector<std::string> apps;  // by id, in order of first sight
+  std::vector<UserLog> users;     // in order of first sight
   std::size_t launchCount = 0;
   std::size_t badRows = 0;                 // rows skipped with ReadOptions::skipBadRows
   std::vector<std::string> badRowSamples;  // the first few, as "file:line: reason"

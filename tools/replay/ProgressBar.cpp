@@ -17,8 +17,7 @@ constexpr int kBarWidth = 30;
 
 }  // namespace
 
-ProgressBar::ProgressBar(const std::atomic<std::uint64_t>& done, std::uint64_t total)
-    : done_(done), total_(total) {
+ProgressBar::ProgressBar(const std::atomic<std::uint64_t>& done, std::uint64_t total) : done_(done), total_(total) {
   if (isatty(STDERR_FILENO) != 0 && total_ > 0) thread_ = std::thread(&ProgressBar::Run, this);
 }
 

@@ -35,8 +35,8 @@ class RankingMetrics {
  private:
   static constexpr std::size_t kWindow = 5;
 
-  std::deque<AppId> recent_;                // the last launches, oldest first
-  std::deque<std::vector<AppId>> lists_;    // the list made at each of them
+  std::deque<AppId> recent_;              // the last launches, oldest first
+  std::deque<std::vector<AppId>> lists_;  // the list made at each of them
   std::uint64_t count_ = 0;
   double sumMap_ = 0.0;
   double sumRecall_ = 0.0;

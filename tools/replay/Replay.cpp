@@ -99,7 +99,9 @@ UserResult ReplayUser(const LaunchLog& log, const UserLog& user, const EnsembleS
       const bool scored = nuvik.GetCountMetrics() != countBefore;
       result.scores.push_back({scored, nuvik.GetSumRecall() != recallBefore, nuvik.GetSumMap() - mapBefore});
     }
-    if (options.trace != nullptr) TraceLaunch(*options.trace, ensemble.label, user, launch, app, skipped, nuvik.GetNext());
+    if (options.trace != nullptr) {
+      TraceLaunch(*options.trace, ensemble.label, user, launch, app, skipped, nuvik.GetNext());
+    }
     progress.Tick();
   }
   result.launches = user.launches.size();
@@ -112,8 +114,7 @@ UserResult ReplayUser(const LaunchLog& log, const UserLog& user, const EnsembleS
   return result;
 }
 
-UserResult ReplayBaseline(const LaunchLog& log, const UserLog& user, Baseline baseline,
-                          const ReplayOptions& options) {
+UserResult ReplayBaseline(const LaunchLog& log, const UserLog& user, Baseline baseline, const ReplayOptions& options) {
   BaselineRanker ranker(baseline);
   RankingMetrics metrics;
   UserResult result;
@@ -174,9 +175,8 @@ std::vector<RunResult> Replay(const LaunchLog& log, const std::vector<EnsembleSp
       const UserLog& user = log.users[task % userCount];
       try {
         runs[runIndex].users[task % userCount] =
-            runIndex < ensembles.size()
-                ? ReplayUser(log, user, ensembles[runIndex], options)
-                : ReplayBaseline(log, user, baselines[runIndex - ensembles.size()], options);
+            runIndex < ensembles.size() ? ReplayUser(log, user, ensembles[runIndex], options)
+                                        : ReplayBaseline(log, user, baselines[runIndex - ensembles.size()], options);
       } catch (const std::exception& error) {
         errors[task] = error.what();
         failed = true;

@@ -37,10 +37,10 @@ struct RunResult {
 struct ReplayOptions {
   bool skipRepeats = false;
   double killThreshold = 0.05;
-  unsigned jobs = 1;         // replays running at once; each facade stays on one thread
+  unsigned jobs = 1;  // replays running at once; each facade stays on one thread
   bool keepScores = false;
   bool keepDocuments = false;
-  std::string loadTarget;    // documents to start from (see DocumentPath); empty: fresh facades
+  std::string loadTarget;                          // documents to start from (see DocumentPath); empty: fresh facades
   std::ostream* trace = nullptr;                   // per launch: the app and the top five; one job
   std::atomic<std::uint64_t>* progress = nullptr;  // launches replayed so far, all runs together
 };

@@ -44,15 +44,14 @@ std::string Plural(std::size_t count, const char* one, const char* many) {
 std::string UserName(const UserLog& user) { return user.name.empty() ? "(no user column)" : user.name; }
 
 void PrintTable(std::ostream& out, const std::vector<Row>& rows) {
-  static const char* const kHeaders[] = {"ensemble", "users", "launches", "scored", "apps",
-                                         "MAP",      "recall@5", "µs/launch"};
+  static const char* const kHeaders[] = {"ensemble", "users", "launches", "scored",
+                                         "apps",     "MAP",   "recall@5", "µs/launch"};
   constexpr std::size_t kColumns = sizeof kHeaders / sizeof kHeaders[0];
   std::vector<std::vector<std::string>> cells;
   for (const Row& row : rows) {
     const Totals& t = row.totals;
     cells.push_back({row.label, std::to_string(t.users), std::to_string(t.launches), std::to_string(t.scored),
-                     std::to_string(t.apps), Fixed(t.Map(), 4), Fixed(t.Recall(), 4),
-                     Fixed(t.MicrosPerLaunch(), 2)});
+                     std::to_string(t.apps), Fixed(t.Map(), 4), Fixed(t.Recall(), 4), Fixed(t.MicrosPerLaunch(), 2)});
   }
   std::size_t widths[kColumns];
   for (std::size_t c = 0; c < kColumns; ++c) {

@@ -26,12 +26,16 @@ const char* const kBaselineDashes[] = {"7 4", "2 3"};
 std::string Escape(const std::string& text) {
   std::string escaped;
   for (const char c : text) {
-    switch (c) {
-      case '&': escaped += "&amp;"; break;
-      case '<': escaped += "&lt;"; break;
-      case '>': escaped += "&gt;"; break;
-      case '"': escaped += "&quot;"; break;
-      default: escaped += c;
+    if (c == '&') {
+      escaped += "&amp;";
+    } else if (c == '<') {
+      escaped += "&lt;";
+    } else if (c == '>') {
+      escaped += "&gt;";
+    } else if (c == '"') {
+      escaped += "&quot;";
+    } else {
+      escaped += c;
     }
   }
   return escaped;
@@ -104,10 +108,10 @@ void WritePanel(std::ostream& out, int panel, const char* name, const std::vecto
   }
   const double launchStep = NiceStep(std::max<double>(1.0, static_cast<double>(launches)), 8);
   for (double launch = 0; launch <= static_cast<double>(launches) + 1e-9; launch += launchStep) {
-    out << "<line x1=\"" << Number(x(launch)) << "\" x2=\"" << Number(x(launch)) << "\" y1=\"" << bottom
-        << "\" y2=\"" << bottom + 5 << "\" stroke=\"#333\"/>\n"
-        << "<text x=\"" << Number(x(launch)) << "\" y=\"" << bottom + 19 << "\" font-size=\"12\" text-anchor=\"middle\">"
-        << Label(launch, 0) << "</text>\n";
+    out << "<line x1=\"" << Number(x(launch)) << "\" x2=\"" << Number(x(launch)) << "\" y1=\"" << bottom << "\" y2=\""
+        << bottom + 5 << "\" stroke=\"#333\"/>\n"
+        << "<text x=\"" << Number(x(launch)) << "\" y=\"" << bottom + 19
+        << "\" font-size=\"12\" text-anchor=\"middle\">" << Label(launch, 0) << "</text>\n";
   }
   out << "<rect x=\"" << kPlotLeft << "\" y=\"" << top << "\" width=\"" << kPlotRight - kPlotLeft << "\" height=\""
       << kPanelHeight << "\" fill=\"none\" stroke=\"#333\"/>\n"
@@ -167,8 +171,8 @@ void WriteSvgPlot(std::ostream& out, const std::string& title, const std::vector
   out << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << Number(width) << "\" height=\"" << kHeight
       << "\" viewBox=\"0 0 " << Number(width) << ' ' << kHeight << "\" font-family=\"sans-serif\">\n"
       << "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n"
-      << "<text x=\"" << Number(width / 2) << "\" y=\"30\" font-size=\"18\" font-weight=\"bold\" text-anchor=\"middle\">"
-      << Escape(title) << "</text>\n";
+      << "<text x=\"" << Number(width / 2)
+      << "\" y=\"30\" font-size=\"18\" font-weight=\"bold\" text-anchor=\"middle\">" << Escape(title) << "</text>\n";
   WritePanel(out, 0, "MAP", curves, launches);
   WritePanel(out, 1, "recall@5", curves, launches);
   WriteLegend(out, curves);

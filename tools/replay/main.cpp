@@ -1,7 +1,6 @@
 // nuvik-replay: replays launch logs through Nuvik ensembles and compares their
 // MAP, recall at five and time per launch with two simple baselines.
 #include <atomic>
-#include <fstream>
 #include <iostream>
 #include <sstream>
 #include <string>
@@ -167,9 +166,10 @@ int Run(const Options& options) {
 int main(int argc, char** argv) {
   using namespace NuvikReplay;
   Options options;
-  CLI::App app{"Replays launch logs through Nuvik ensembles and reports MAP, recall@5 and time per launch,\n"
-               "next to most-recently-used and most-frequently-used baselines.",
-               kProgram};
+  CLI::App app{
+      "Replays launch logs through Nuvik ensembles and reports MAP, recall@5 and time per launch,\n"
+      "next to most-recently-used and most-frequently-used baselines.",
+      kProgram};
   app.add_option("log", options.log, "Launch log (CSV or TSV, plain or gzip; '-' reads standard input)");
   CLI::Option* predictors =
       app.add_option("--predictors", options.predictors, "One ensemble: type names separated by commas")
@@ -178,8 +178,7 @@ int main(int argc, char** argv) {
   CLI::Option* compare = app.add_option("--compare", options.compare, "Several ensembles, replayed on the same log");
   compare->excludes(predictors)->excludes(params);
   app.add_flag("--skip-repeats", options.skipRepeats, "Ignore a launch of the app launched just before");
-  app.add_option("--kill-threshold", options.killThreshold, "Kill-list threshold of the facade")
-      ->capture_default_str();
+  app.add_option("--kill-threshold", options.killThreshold, "Kill-list threshold of the facade")->capture_default_str();
   app.add_option("--utc-offset", options.utcOffset, "Local time offset for epoch timestamps, e.g. +02:00");
   app.add_flag("--skip-bad-rows", options.skipBadRows, "Count and skip malformed rows instead of stopping");
   app.add_flag("--per-user", options.perUser, "Add a table per user");
@@ -190,7 +189,9 @@ int main(int argc, char** argv) {
   app.add_option("--save", options.save, "Save each user's document after the replay (a directory for several users)");
   app.add_option("--load", options.load, "Start from saved documents (as written by --save)");
   app.add_option("--plot", options.plot, "Write an SVG of the running MAP and recall@5");
-  app.add_option("--jobs", options.jobs, "Replays to run in parallel")->check(CLI::Range(1u, 256u))->capture_default_str();
+  app.add_option("--jobs", options.jobs, "Replays to run in parallel")
+      ->check(CLI::Range(1u, 256u))
+      ->capture_default_str();
   app.set_version_flag("--version", std::string(kProgram) + " (" + NuvikPrediction::Nuvik().GetLibraryInfo() + ")");
   app.footer(kFooter);
 

@@ -8,8 +8,8 @@
 #include <array>
 #include <cstdint>
 #include <fstream>
-#include <optional>
 #include <iostream>
+#include <optional>
 #include <random>
 #include <string>
 #include <utility>
@@ -34,7 +34,9 @@ class Random {
     const std::uint64_t range = std::uint64_t{1} << 32;
     const std::uint64_t limit = range - range % bound;
     std::uint64_t value;
-    do value = Bits(); while (value >= limit);
+    do {
+      value = Bits();
+    } while (value >= limit);
     return static_cast<std::uint32_t>(value % bound);
   }
 
@@ -68,9 +70,9 @@ class Random {
 };
 
 enum Role {
-  kClock, kMessenger, kSms, kMail, kNews, kWeather, kMusic, kPodcasts, kMaps, kTransit, kCalendar, kWorkChat,
-  kBrowser, kSocial, kVideo, kCamera, kPhotos, kGames, kFitness, kShopping, kFood, kBank, kNotes, kReading,
-  kPhone, kSettings, kRoleCount
+  kClock, kMessenger, kSms, kMail, kNews, kWeather, kMusic, kPodcasts, kMaps, kTransit, kCalendar, kWorkChat, kBrowser,
+  kSocial, kVideo, kCamera, kPhotos, kGames, kFitness, kShopping, kFood, kBank, kNotes, kReading, kPhone, kSettings,
+  kRoleCount
 };
 
 struct RoleApps {
@@ -214,7 +216,9 @@ class DayWriter {
 
   const std::string& PickApp(Role role) {
     const std::vector<std::string>& apps = user_.apps[role];
-    return apps.size() == 1 || random_.Chance(0.7) ? apps[0] : apps[1 + random_.Below(static_cast<std::uint32_t>(apps.size() - 1))];
+    return apps.size() == 1 || random_.Chance(0.7)
+               ? apps[0]
+               : apps[1 + random_.Below(static_cast<std::uint32_t>(apps.size() - 1))];
   }
 
   Random& random_;
@@ -240,8 +244,8 @@ void WriteWeekday(DayWriter& day, const User& user, Random& random) {
   day.Stretch(13 * 60 + 30, 17 * 60 + 30, 45, work);
   const int home = 17 * 60 + 45 + random.Between(0, 45);
   if (user.commuter) day.Session(home, {{kMusic, 3}, {kPodcasts, 2}, {kTransit, 2}, {kMessenger, 2}}, 3, 4);
-  const Weights evening = {{kVideo, 4}, {kSocial, 3}, {kMessenger, 3}, {kGames, 2}, {kShopping, 1},
-                           {kReading, 1}, {kCamera, 1}, {kBrowser, 1}};
+  const Weights evening = {{kVideo, 4},    {kSocial, 3},  {kMessenger, 3}, {kGames, 2},
+                           {kShopping, 1}, {kReading, 1}, {kCamera, 1},    {kBrowser, 1}};
   if (random.Chance(0.25)) day.Session(19 * 60 + 15, {{kFood, 1}}, 2, 20);
   day.Stretch(19 * 60, user.sleepMinute - 30, 50, evening);
   day.Session(user.sleepMinute, {{kMessenger, 2}, {kSocial, 2}, {kReading, 1}}, 2, 10);
