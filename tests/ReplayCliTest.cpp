@@ -154,6 +154,9 @@ TEST_F(ReplayCliTest, ReportsMistakesWithAReasonAndAnExitStatus) {
   EXPECT_EQ(unknown.errors,
             "nuvik-replay: The following argument was not expected: --bogus\nRun 'nuvik-replay --help' for usage.\n");
   EXPECT_EQ(Run("--compare stat_counter,lineal").status, 2);
+  const Outcome misplaced = Run("--compare stat_counter " + Quote(NUVIK_SAMPLE_LOG));
+  EXPECT_EQ(misplaced.status, 2);
+  EXPECT_EQ(misplaced.errors.rfind("nuvik-replay: '" NUVIK_SAMPLE_LOG "' is no ensemble: put the log before", 0), 0u);
 
   const std::string missing = directory_ + "/missing.csv";
   const Outcome absent = Run(Quote(missing));

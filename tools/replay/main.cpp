@@ -76,7 +76,12 @@ std::vector<EnsembleSpec> Ensembles(const Options& options) {
   if (options.compare.empty()) {
     ensembles.push_back(ParseEnsemble(options.predictors, options.params));
   } else {
-    for (const std::string& text : options.compare) ensembles.push_back(ParseEnsemble(text));
+    for (const std::string& text : options.compare) {
+      if (options.log.empty() && text.find_first_of("./") != std::string::npos) {
+        throw UsageError("'" + text + "' is no ensemble: put the log before --compare, or end the list with --");
+      }
+      ensembles.push_back(ParseEnsemble(text));
+    }
   }
   if (ensembles.size() > 1 && (!options.save.empty() || !options.load.empty())) {
     throw UsageError("--save and --load work with one ensemble, not with --compare of several");
