@@ -201,9 +201,12 @@ TEST(ReplayTest, SavedDocumentsContinueLikeTheFacadeAcrossALoad) {
     EXPECT_EQ(resumed.document, SerializeDocument(after)) << text;
     EXPECT_EQ(resumed.sumMap, after.GetSumMap()) << text;
     EXPECT_EQ(resumed.scored, after.GetCountMetrics()) << text;
-    EXPECT_EQ(resumed.note, "");
+    EXPECT_TRUE(resumed.notes.empty());
   }
   EXPECT_EQ(directory.Entries(), std::vector<std::string>{"model.json"});  // no temporary left
+  EXPECT_TRUE(IsLoadable(Read(path)));
+  EXPECT_FALSE(IsLoadable(SerializeDocument(Nuvik())));  // a facade that learned nothing
+  EXPECT_FALSE(IsLoadable(std::string(2000, '[')));
 }
 
 TEST(ReplayTest, RejectedDocumentsAreErrorsNotFreshStarts) {

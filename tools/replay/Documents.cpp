@@ -74,6 +74,16 @@ std::string SerializeDocument(const NuvikPrediction::Nuvik& nuvik) {
   return out.str();
 }
 
+bool IsLoadable(const std::string& document) {
+  NuvikPrediction::Nuvik probe;
+  std::istringstream in(document);
+  try {
+    return static_cast<bool>(in >> probe);
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
 void PrepareSaveTarget(const std::string& target, bool onePerUser) {
   struct stat status {};
   if (onePerUser) {

@@ -20,6 +20,10 @@ void LoadDocument(NuvikPrediction::Nuvik& nuvik, const std::string& path);
 
 std::string SerializeDocument(const NuvikPrediction::Nuvik& nuvik);
 
+// Whether a facade accepts `document`. The library writes documents that it
+// rejects when a predictor has learned too little to fill its tables.
+bool IsLoadable(const std::string& document);
+
 // Checks before a long replay that documents can be saved at `target`,
 // creating the directory when there is one per user. Throws InputError.
 void PrepareSaveTarget(const std::string& target, bool onePerUser);

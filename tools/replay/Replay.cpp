@@ -75,7 +75,8 @@ UserResult ReplayUser(const LaunchLog& log, const UserLog& user, const EnsembleS
     const std::string configured = nuvik.PrintNuvikInfo();
     LoadDocument(nuvik, path);
     if (nuvik.PrintNuvikInfo() != configured) {
-      result.note = path + ": the document's predictors replace the configured ones: " + nuvik.PrintNuvikInfo();
+      result.notes.push_back(path +
+                             ": the document's predictors replace the configured ones: " + nuvik.PrintNuvikInfo());
     }
   }
   ProgressReporter progress(options.progress);
@@ -110,7 +111,14 @@ UserResult ReplayUser(const LaunchLog& log, const UserLog& user, const EnsembleS
   result.sumRecall = nuvik.GetSumRecall();
   result.seconds = Seconds(busy);
   for (const auto& entry : nuvik.GetAllWeights()) result.knownApps.push_back(entry.first);
-  if (options.keepDocuments) result.document = SerializeDocument(nuvik);
+  if (options.keepDocuments) {
+    result.document = SerializeDocument(nuvik);
+    if (!IsLoadable(result.document)) {
+      result.notes.push_back("the document of " +
+                             (user.name.empty() ? std::string("the log") : "user '" + user.name + "'") +
+                             " cannot be loaded back: its predictors learned too little");
+    }
+  }
   return result;
 }
 

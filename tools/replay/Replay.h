@@ -24,7 +24,7 @@ struct UserResult {
   double seconds = 0.0;                // spent learning and ranking, tool overhead excluded
   std::vector<std::string> knownApps;  // at the end of the replay
   std::string document;                // with ReplayOptions::keepDocuments
-  std::string note;                    // something the user should know, or empty
+  std::vector<std::string> notes;      // what the user should know about this replay
   std::vector<LaunchScore> scores;     // one per launch, with ReplayOptions::keepScores
 };
 

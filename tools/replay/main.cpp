@@ -138,7 +138,7 @@ int Run(const Options& options) {
   }
   for (const RunResult& run : runs) {
     for (const UserResult& user : run.users) {
-      if (!user.note.empty()) std::cerr << kProgram << ": note: " << user.note << "\n";
+      for (const std::string& note : user.notes) std::cerr << kProgram << ": note: " << note << "\n";
     }
   }
 
