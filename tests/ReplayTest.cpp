@@ -135,7 +135,7 @@ TEST(ReplayTest, ReportsTheFacadesOwnMetricsForEachUserSeparately) {
   const LaunchLog log = ParseLaunchLog(interleaved, "interleaved", {});
   ASSERT_GT(log.users.size(), 1u);
 
-  std::vector<EnsembleSpec> ensembles;
+  std::vector<Ensemble> ensembles;
   for (const char* text : kEnsembles) ensembles.push_back(ParseEnsemble(text));
   for (const bool skipRepeats : {false, true}) {
     ReplayOptions options;
@@ -183,7 +183,7 @@ TEST(ReplayTest, SavedDocumentsContinueLikeTheFacadeAcrossALoad) {
   const std::string path = directory.path() + "/model.json";
 
   for (const char* text : kEnsembles) {
-    const EnsembleSpec ensemble = ParseEnsemble(text);
+    const Ensemble ensemble = ParseEnsemble(text);
     ReplayOptions options;
     options.keepDocuments = true;
     WriteFileAtomically(path, ReplayUser(log, first, ensemble, options).document);

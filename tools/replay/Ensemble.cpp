@@ -35,11 +35,11 @@ std::string JoinedTypeNames() {
   return joined;
 }
 
-void Relabel(EnsembleSpec& spec) {
-  spec.label.clear();
-  for (std::size_t i = 0; i < spec.names.size(); ++i) {
-    spec.label += (i == 0 ? "" : ",") + spec.names[i];
-    if (spec.params[i] != 1) spec.label += ":" + std::to_string(spec.params[i]);
+void Relabel(Ensemble& ensemble) {
+  ensemble.label.clear();
+  for (std::size_t i = 0; i < ensemble.names.size(); ++i) {
+    ensemble.label += (i == 0 ? "" : ",") + ensemble.names[i];
+    if (ensemble.params[i] != 1) ensemble.label += ":" + std::to_string(ensemble.params[i]);
   }
 }
 
@@ -51,8 +51,8 @@ const std::vector<std::string>& PredictorTypeNames() {
   return kNames;
 }
 
-EnsembleSpec ParseEnsemble(std::string_view text) {
-  EnsembleSpec spec;
+Ensemble ParseEnsemble(std::string_view text) {
+  Ensemble ensemble;
   for (const std::string_view slot : SplitOnComma(text)) {
     const std::size_t colon = slot.find(':');
     const std::string name(slot.substr(0, colon));
@@ -61,29 +61,29 @@ EnsembleSpec ParseEnsemble(std::string_view text) {
       throw UsageError("unknown predictor '" + name + "' in '" + std::string(text) + "'; choose from " +
                        JoinedTypeNames());
     }
-    spec.names.push_back(name);
-    spec.params.push_back(colon == std::string_view::npos ? 1 : ParseParam(slot.substr(colon + 1), text));
+    ensemble.names.push_back(name);
+    ensemble.params.push_back(colon == std::string_view::npos ? 1 : ParseParam(slot.substr(colon + 1), text));
   }
-  Relabel(spec);
-  return spec;
+  Relabel(ensemble);
+  return ensemble;
 }
 
-EnsembleSpec ParseEnsemble(std::string_view names, std::string_view params) {
-  EnsembleSpec spec = ParseEnsemble(names);
-  if (params.empty()) return spec;
+Ensemble ParseEnsemble(std::string_view names, std::string_view params) {
+  Ensemble ensemble = ParseEnsemble(names);
+  if (params.empty()) return ensemble;
   const std::vector<std::string_view> values = SplitOnComma(params);
-  if (values.size() != spec.names.size()) {
+  if (values.size() != ensemble.names.size()) {
     throw UsageError("--params gives " + std::to_string(values.size()) + " values for " +
-                     std::to_string(spec.names.size()) + " predictors");
+                     std::to_string(ensemble.names.size()) + " predictors");
   }
-  for (std::size_t i = 0; i < values.size(); ++i) spec.params[i] = ParseParam(values[i], params);
-  Relabel(spec);
-  return spec;
+  for (std::size_t i = 0; i < values.size(); ++i) ensemble.params[i] = ParseParam(values[i], params);
+  Relabel(ensemble);
+  return ensemble;
 }
 
-NuvikPrediction::NuvikConfig MakeConfig(const EnsembleSpec& spec, bool skipRepeats, double killThreshold) {
-  NuvikPrediction::NuvikConfig config(spec.names, skipRepeats, 60, 0.5, killThreshold);
-  config.params = spec.params;
+NuvikPrediction::NuvikConfig MakeConfig(const Ensemble& ensemble, bool skipRepeats, double killThreshold) {
+  NuvikPrediction::NuvikConfig config(ensemble.names, skipRepeats, 60, 0.5, killThreshold);
+  config.params = ensemble.params;
   return config;
 }
 

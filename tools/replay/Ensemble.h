@@ -11,7 +11,7 @@
 
 namespace NuvikReplay {
 
-struct EnsembleSpec {
+struct Ensemble {
   std::string label;  // names joined by ',', each with ":param" unless the parameter is 1
   std::vector<std::string> names;
   std::vector<int> params;
@@ -21,13 +21,13 @@ struct EnsembleSpec {
 const std::vector<std::string>& PredictorTypeNames();
 
 // Throws UsageError for an unknown type name or a malformed parameter.
-EnsembleSpec ParseEnsemble(std::string_view text);
+Ensemble ParseEnsemble(std::string_view text);
 
 // --predictors with a separate --params list "1,1" (empty: parameters from
 // the names, else one per name).
-EnsembleSpec ParseEnsemble(std::string_view names, std::string_view params);
+Ensemble ParseEnsemble(std::string_view names, std::string_view params);
 
-NuvikPrediction::NuvikConfig MakeConfig(const EnsembleSpec& spec, bool skipRepeats, double killThreshold);
+NuvikPrediction::NuvikConfig MakeConfig(const Ensemble& ensemble, bool skipRepeats, double killThreshold);
 
 }  // namespace NuvikReplay
 

@@ -66,7 +66,7 @@ void TraceLaunch(std::ostream& trace, const std::string& label, const UserLog& u
 
 }  // namespace
 
-UserResult ReplayUser(const LaunchLog& log, const UserLog& user, const EnsembleSpec& ensemble,
+UserResult ReplayUser(const LaunchLog& log, const UserLog& user, const Ensemble& ensemble,
                       const ReplayOptions& options) {
   NuvikPrediction::Nuvik nuvik(MakeConfig(ensemble, options.skipRepeats, options.killThreshold));
   UserResult result;
@@ -152,11 +152,11 @@ UserResult ReplayBaseline(const LaunchLog& log, const UserLog& user, Baseline ba
   return result;
 }
 
-std::vector<RunResult> Replay(const LaunchLog& log, const std::vector<EnsembleSpec>& ensembles,
+std::vector<RunResult> Replay(const LaunchLog& log, const std::vector<Ensemble>& ensembles,
                               const ReplayOptions& options) {
   const Baseline baselines[] = {Baseline::kMostRecentlyUsed, Baseline::kMostFrequentlyUsed};
   std::vector<RunResult> runs;
-  for (const EnsembleSpec& ensemble : ensembles) runs.push_back({ensemble.label, false, {}});
+  for (const Ensemble& ensemble : ensembles) runs.push_back({ensemble.label, false, {}});
   for (const Baseline baseline : baselines) runs.push_back({BaselineLabel(baseline), true, {}});
   const std::size_t userCount = log.users.size();
   for (RunResult& run : runs) run.users.resize(userCount);

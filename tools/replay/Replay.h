@@ -48,11 +48,11 @@ struct ReplayOptions {
 // One run per ensemble, in order, then the most recently used and the most
 // frequently used baselines. Throws InputError for a document that cannot be
 // loaded.
-std::vector<RunResult> Replay(const LaunchLog& log, const std::vector<EnsembleSpec>& ensembles,
+std::vector<RunResult> Replay(const LaunchLog& log, const std::vector<Ensemble>& ensembles,
                               const ReplayOptions& options);
 
 // One user of the log through a fresh facade of `ensemble`.
-UserResult ReplayUser(const LaunchLog& log, const UserLog& user, const EnsembleSpec& ensemble,
+UserResult ReplayUser(const LaunchLog& log, const UserLog& user, const Ensemble& ensemble,
                       const ReplayOptions& options);
 
 // One user of the log through a baseline, with the same metric definitions

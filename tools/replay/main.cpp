@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
 #include <nuvik/Nuvik.h>
+#include <CLI/CLI.hpp>
 
 #include "replay/Curves.h"
 #include "replay/Documents.h"
@@ -71,8 +71,8 @@ struct Options {
   unsigned jobs = 1;
 };
 
-std::vector<EnsembleSpec> Ensembles(const Options& options) {
-  std::vector<EnsembleSpec> ensembles;
+std::vector<Ensemble> Ensembles(const Options& options) {
+  std::vector<Ensemble> ensembles;
   if (options.compare.empty()) {
     ensembles.push_back(ParseEnsemble(options.predictors, options.params));
   } else {
@@ -86,7 +86,7 @@ std::vector<EnsembleSpec> Ensembles(const Options& options) {
   if (ensembles.size() > 1 && (!options.save.empty() || !options.load.empty())) {
     throw UsageError("--save and --load work with one ensemble, not with --compare of several");
   }
-  for (const EnsembleSpec& ensemble : ensembles) {
+  for (const Ensemble& ensemble : ensembles) {
     if (ensemble.names.size() > 2) {
       std::cerr << kProgram << ": note: '" << ensemble.label
                 << "' has three or more slots, so every combined score is 0.0\n";
@@ -111,7 +111,7 @@ LaunchLog ReadLog(const Options& options) {
 std::string BaseName(const std::string& path) { return path.substr(path.rfind('/') + 1); }
 
 int Run(const Options& options) {
-  const std::vector<EnsembleSpec> ensembles = Ensembles(options);
+  const std::vector<Ensemble> ensembles = Ensembles(options);
   const LaunchLog log = ReadLog(options);
   if (log.badRows > 0) {
     std::cerr << kProgram << ": skipped " << log.badRows << " bad row" << (log.badRows == 1 ? "" : "s")
