@@ -1,14 +1,18 @@
 #!/usr/bin/env bash
 # Developer entry point.
-#   ./dev.sh demo       build, then run the example on built-in launches
+#   ./dev.sh demo       build nuvik-replay, then compare ensembles on the sample log
 #   ./dev.sh test       build, then run the unit tests
 #   ./dev.sh sanitize   build with AddressSanitizer + UBSan, then run the unit tests
 #   ./dev.sh deps       install the Debian packages the build needs
 set -euo pipefail
 cd "$(dirname "$0")"
 
-PACKAGES=(cmake make g++ pkg-config libjsoncpp-dev libgtest-dev)
+PACKAGES=(cmake make g++ pkg-config libjsoncpp-dev libgtest-dev libcli11-dev zlib1g-dev)
 JOBS=$(nproc 2>/dev/null || echo 2)
+# The five predictors alone, then two-slot ensembles (the second slot dominates).
+DEMO_ENSEMBLES=(stat_counter linear double_linear markov_chain3_invalidate knn_regression
+  stat_counter,markov_chain3_invalidate knn_regression,markov_chain3_invalidate
+  markov_chain3_invalidate,double_linear)
 
 deps() {
   command -v dpkg-query >/dev/null || { echo "not a Debian system: install ${PACKAGES[*]} by hand" >&2; return 0; }
@@ -24,19 +28,24 @@ deps() {
   DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 }
 
-build() {
+configure() {
   local dir=$1
   shift
   cmake -S . -B "$dir" -DNUVIK_WERROR=ON "$@" >/dev/null
-  cmake --build "$dir" -j "$JOBS"
+}
+
+build() {
+  configure "$@"
+  cmake --build "$1" -j "$JOBS"
 }
 
 case "${1:-}" in
   deps) deps ;;
   demo)
     deps
-    build build
-    ./build/examples/nuvik-demo
+    configure build -DCMAKE_BUILD_TYPE=Release
+    cmake --build build -j "$JOBS" --target nuvik-replay
+    ./build/tools/nuvik-replay data/sample-launches.csv --compare "${DEMO_ENSEMBLES[@]}"
     ;;
   test)
     deps

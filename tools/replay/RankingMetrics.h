@@ -1,0 +1,47 @@
+// Running MAP and recall at five of ranked lists, with the facade's own
+// definitions, for rankings that are not a facade's (the baselines).
+//
+// Each launch brings the list ranked for it before it is learned. The first
+// five launches only fill the history. From the sixth on, a launch adds its
+// recall (1 when it is among the first five of its list) and the average
+// precision of the list made five launches earlier against the distinct
+// applications of the five launches since that list (that one included).
+#ifndef NUVIK_TOOLS_REPLAY_RANKING_METRICS_H_
+#define NUVIK_TOOLS_REPLAY_RANKING_METRICS_H_
+
+#include <cstdint>
+#include <deque>
+#include <vector>
+
+#include "replay/LaunchLog.h"
+
+namespace NuvikReplay {
+
+// What one launch added to the metrics.
+struct LaunchScore {
+  bool scored = false;
+  bool hit = false;  // recall at five
+  double averagePrecision = 0.0;
+};
+
+class RankingMetrics {
+ public:
+  LaunchScore Add(const std::vector<AppId>& list, AppId app);
+
+  std::uint64_t count() const { return count_; }
+  double sumMap() const { return sumMap_; }
+  double sumRecall() const { return sumRecall_; }
+
+ private:
+  static constexpr std::size_t kWindow = 5;
+
+  std::deque<AppId> recent_;              // the last launches, oldest first
+  std::deque<std::vector<AppId>> lists_;  // the list made at each of them
+  std::uint64_t count_ = 0;
+  double sumMap_ = 0.0;
+  double sumRecall_ = 0.0;
+};
+
+}  // namespace NuvikReplay
+
+#endif  // NUVIK_TOOLS_REPLAY_RANKING_METRICS_H_

@@ -1,0 +1,64 @@
+// Replays a launch log, one facade per user, through ensembles of predictors
+// and through the two baselines, and collects each user's metrics.
+#ifndef NUVIK_TOOLS_REPLAY_REPLAY_H_
+#define NUVIK_TOOLS_REPLAY_REPLAY_H_
+
+#include <atomic>
+#include <cstdint>
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+#include "replay/Baselines.h"
+#include "replay/Ensemble.h"
+#include "replay/LaunchLog.h"
+#include "replay/RankingMetrics.h"
+
+namespace NuvikReplay {
+
+struct UserResult {
+  std::uint64_t launches = 0;  // launches fed, repeats dropped by skipRepeats included
+  std::uint64_t scored = 0;
+  double sumMap = 0.0;
+  double sumRecall = 0.0;
+  double seconds = 0.0;                // spent learning and ranking, tool overhead excluded
+  std::vector<std::string> knownApps;  // at the end of the replay
+  std::string document;                // with ReplayOptions::keepDocuments
+  std::vector<std::string> notes;      // what the user should know about this replay
+  std::vector<LaunchScore> scores;     // one per launch, with ReplayOptions::keepScores
+};
+
+struct RunResult {
+  std::string label;
+  bool baseline = false;
+  std::vector<UserResult> users;  // parallel to LaunchLog::users
+};
+
+struct ReplayOptions {
+  bool skipRepeats = false;
+  double killThreshold = 0.05;
+  unsigned jobs = 1;  // replays running at once; each facade stays on one thread
+  bool keepScores = false;
+  bool keepDocuments = false;
+  std::string loadTarget;                          // documents to start from (see DocumentPath); empty: fresh facades
+  std::ostream* trace = nullptr;                   // per launch: the app and the top five; one job
+  std::atomic<std::uint64_t>* progress = nullptr;  // launches replayed so far, all runs together
+};
+
+// One run per ensemble, in order, then the most recently used and the most
+// frequently used baselines. Throws InputError for a document that cannot be
+// loaded.
+std::vector<RunResult> Replay(const LaunchLog& log, const std::vector<Ensemble>& ensembles,
+                              const ReplayOptions& options);
+
+// One user of the log through a fresh facade of `ensemble`.
+UserResult ReplayUser(const LaunchLog& log, const UserLog& user, const Ensemble& ensemble,
+                      const ReplayOptions& options);
+
+// One user of the log through a baseline, with the same metric definitions
+// and the same skipRepeats rule as the facade.
+UserResult ReplayBaseline(const LaunchLog& log, const UserLog& user, Baseline baseline, const ReplayOptions& options);
+
+}  // namespace NuvikReplay
+
+#endif  // NUVIK_TOOLS_REPLAY_REPLAY_H_
