@@ -7,7 +7,9 @@
 #include <benchmark/benchmark.h>
 
 #include "BenchUtil.h"
+#include "DoubleLinear.h"
 #include "KnnRegression.h"
+#include "Linear.h"
 #include "MarkovChain3.h"
 
 namespace NuvikPrediction::bench {
@@ -40,6 +42,8 @@ void BM_PredictorLaunch(benchmark::State& state) {
   }
 }
 
+BENCHMARK_TEMPLATE(BM_PredictorLaunch, Linear)->Arg(100)->Arg(1000)->Unit(benchmark::kMicrosecond);
+BENCHMARK_TEMPLATE(BM_PredictorLaunch, DoubleLinear)->Arg(100)->Arg(1000)->Unit(benchmark::kMicrosecond);
 BENCHMARK_TEMPLATE(BM_PredictorLaunch, MarkovChain3)->Arg(100)->Arg(1000)->Unit(benchmark::kMicrosecond);
 BENCHMARK_TEMPLATE(BM_PredictorLaunch, KnnRegression)->Arg(100)->Arg(1000)->Unit(benchmark::kMicrosecond);
 
