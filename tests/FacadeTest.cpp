@@ -41,10 +41,6 @@ TEST(NuvikConfigTest, NormalisesNamesAndParameters) {
   const NuvikConfig padded({2}, Names{"linear", "stat_counter"});
   EXPECT_EQ(padded.params, (Params{2, 1}));
 
-  const NuvikConfig byName({}, "linear");
-  EXPECT_EQ(byName.names, Names{"stat_counter"});
-  EXPECT_EQ(byName.params, Params{1});
-
   const NuvikConfig full(Names{"a", "b"}, true, 7, 0.25, 0.125);
   EXPECT_EQ(full.names, (Names{"a", "b"}));
   EXPECT_EQ(full.params, (Params{1, 1}));
