@@ -23,6 +23,13 @@ inline bool HasStringMember(const Json::Value& object, const std::string& key) {
   return object.isMember(key) && object[key].isString();
 }
 
+// True when `value` is a non-empty object whose members `keys` are all
+// unsigned integers.
+template <typename... Keys>
+bool HasUnsignedMembers(const Json::Value& value, const Keys&... keys) {
+  return IsNonEmptyObject(value) && (HasUnsignedMember(value, keys) && ...);
+}
+
 }  // namespace NuvikPrediction
 
 #endif  // NUVIK_JSON_FIELDS_H_

@@ -240,10 +240,7 @@ std::set<std::uint64_t> KnnRegression::DeserializeCounters(const Json::Value& ta
     const Json::Value& table = tables[i];
     if (!IsNonEmptyArray(table)) continue;
     for (const Json::Value& element : table) {
-      if (!IsNonEmptyObject(element) || !HasUnsignedMember(element, kValue1) ||
-          !HasUnsignedMember(element, kValue2) || !HasUnsignedMember(element, kValue3)) {
-        continue;
-      }
+      if (!HasUnsignedMembers(element, kValue1, kValue2, kValue3)) continue;
       const std::uint64_t launched = element[kValue1].asUInt64();
       const std::uint64_t preceding = element[kValue2].asUInt64();
       used.insert(launched);

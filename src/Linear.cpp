@@ -7,6 +7,7 @@
 #include <json/value.h>
 
 #include "Constants.h"
+#include "JsonFields.h"
 
 namespace NuvikPrediction {
 
@@ -20,17 +21,6 @@ constexpr double kMinDenominator = 1e-9;
 // A 32-bit id or count as the unsigned 64-bit JSON integer of the document,
 // widened with sign extension.
 Json::UInt64 Widen(std::int32_t value) { return static_cast<Json::UInt64>(static_cast<Json::Int64>(value)); }
-
-// True when value is non-empty and an unsigned 64-bit integer.
-bool IsId(const Json::Value& value) { return !value.empty() && value.isUInt64(); }
-
-// True when element is a non-empty object holding every key, each a non-empty
-// unsigned 64-bit integer.
-template <typename... Keys>
-bool HasIds(const Json::Value& element, const Keys&... keys) {
-  if (element.empty() || !element.isObject()) return false;
-  return ((element.isMember(keys) && IsId(element[keys])) && ...);
-}
 
 }  // namespace
 
@@ -278,7 +268,7 @@ std::set<std::uint64_t> Linear::DeserializeLastLaunches(const Json::Value& array
   if (!array.isArray()) return ids;
   for (Json::ArrayIndex i = 0; i < array.size(); ++i) {
     const Json::Value& element = array[i];
-    if (!HasIds(element, LinearKeys::kLastApp)) continue;
+    if (!HasUnsignedMembers(element, LinearKeys::kLastApp)) continue;
     const std::uint64_t id = element[LinearKeys::kLastApp].asUInt64();
     lastLaunches.push_back(Narrow32(id));
     ids.insert(id);
@@ -291,13 +281,12 @@ std::set<std::uint64_t> Linear::DeserializeStrToId(const Json::Value& array) {
   if (!array.isArray()) return ids;
   for (Json::ArrayIndex i = 0; i < array.size(); ++i) {
     const Json::Value& element = array[i];
-    if (element.empty() || !element.isObject() || !element.isMember(LinearKeys::kApp) ||
-        !element.isMember(LinearKeys::kId)) {
+    if (!IsNonEmptyObject(element) || !HasStringMember(element, LinearKeys::kApp) ||
+        !HasUnsignedMember(element, LinearKeys::kId)) {
       continue;
     }
     const Json::Value& app = element[LinearKeys::kApp];
     const Json::Value& id = element[LinearKeys::kId];
-    if (app.empty() || id.empty() || !app.isString() || !id.isUInt64()) continue;
     const std::int32_t narrowed = Narrow32(id.asUInt64());
     strToId[app.asString()] = narrowed;
     idToStr[narrowed] = app.asString();
@@ -311,7 +300,7 @@ std::set<std::uint64_t> Linear::DeserializeTransitions(const Json::Value& array)
   if (!array.isArray()) return ids;
   for (Json::ArrayIndex i = 0; i < array.size(); ++i) {
     const Json::Value& element = array[i];
-    if (!HasIds(element, LinearKeys::kStep, LinearKeys::kAppFrom, LinearKeys::kAppTo, LinearKeys::kCnt)) continue;
+    if (!HasUnsignedMembers(element, LinearKeys::kStep, LinearKeys::kAppFrom, LinearKeys::kAppTo, LinearKeys::kCnt)) continue;
     const std::uint64_t step = element[LinearKeys::kStep].asUInt64();
     if (step >= kTransitionSteps) continue;
     const std::uint64_t from = element[LinearKeys::kAppFrom].asUInt64();
@@ -328,7 +317,7 @@ std::set<std::uint64_t> Linear::DeserializeTimeBuckets(const Json::Value& array)
   if (!array.isArray()) return ids;
   for (Json::ArrayIndex i = 0; i < array.size(); ++i) {
     const Json::Value& element = array[i];
-    if (!HasIds(element, LinearKeys::kBucketApp, LinearKeys::kBucketCnt, LinearKeys::kBucket)) continue;
+    if (!HasUnsignedMembers(element, LinearKeys::kBucketApp, LinearKeys::kBucketCnt, LinearKeys::kBucket)) continue;
     const std::uint64_t bucket = element[LinearKeys::kBucket].asUInt64();
     if (bucket >= static_cast<std::uint64_t>(kSlotsPerDay)) continue;
     const std::uint64_t app = element[LinearKeys::kBucketApp].asUInt64();
@@ -348,7 +337,7 @@ std::set<std::uint64_t> Linear::DeserializeCounter(const Json::Value& array) {
     // lookup raises Json::LogicError. A missing member reads as null.
     const Json::Value& app = element[LinearKeys::kCounterApp];
     const Json::Value& count = element[LinearKeys::kCounterCnt];
-    if (!IsId(app) || !IsId(count)) continue;
+    if (!app.isUInt64() || !count.isUInt64()) continue;
     statCounter[Narrow32(app.asUInt64())] = Narrow32(count.asUInt64());
     ids.insert(app.asUInt64());
   }

@@ -243,10 +243,7 @@ std::set<std::uint64_t> MarkovChain3::DeserializeMarkovStat(const Json::Value& c
   std::vector<LoadedCell> loaded;
   std::set<std::uint64_t> used;
   for (const Json::Value& element : chain) {
-    if (!IsNonEmptyObject(element) || !HasUnsignedMember(element, kStep) || !HasUnsignedMember(element, kAppFrom) ||
-        !HasUnsignedMember(element, kAppTo) || !HasUnsignedMember(element, kValue)) {
-      continue;
-    }
+    if (!HasUnsignedMembers(element, kStep, kAppFrom, kAppTo, kValue)) continue;
     const std::uint64_t step = element[kStep].asUInt64();
     const std::uint64_t value = element[kValue].asUInt64();
     if (step >= kSteps || value == 0) continue;
