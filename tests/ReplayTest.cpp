@@ -1,39 +1,60 @@
-#include <dirent.h>
-#include <unistd.h>
+// nuvik-replay: its pieces in process, then the executable as a user runs it.
+#include <sys/wait.h>
 
-#include <algorithm>
-#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
 #include <nuvik/Nuvik.h>
 
+#include "TestUtil.h"
 #include "replay/Documents.h"
 #include "replay/Errors.h"
-#include "replay/LaunchLog.h"
-#include "replay/RankingMetrics.h"
+#include "replay/LocalTime.h"
 #include "replay/Replay.h"
-#include "replay/Report.h"
 #include "replay/SampleLog.h"
 
 namespace NuvikReplay {
 namespace {
 
 using NuvikPrediction::Nuvik;
+using Scores = std::tuple<std::uint64_t, double, double>;  // scored launches, sum of recall, sum of MAP
 
-// Ensembles whose results must not matter to these tests: they hold whatever
-// the library builds for these names.
-const char* const kEnsembles[] = {"stat_counter", "stat_counter,markov_chain3_invalidate", "knn_regression:5,linear"};
+const std::vector<std::string> kEnsembles = {"stat_counter", "stat_counter,markov_chain3_invalidate",
+                                             "knn_regression:5,linear"};
+const std::string kSample = "'" NUVIK_SAMPLE_LOG "'";
 
-LaunchLog SampleLaunches() { return ParseLaunchLog(SampleLog(), "sample", {}); }
+Scores ScoresOf(const Nuvik& nuvik) { return {nuvik.GetCountMetrics(), nuvik.GetSumRecall(), nuvik.GetSumMap()}; }
+Scores ScoresOf(const UserResult& user) { return {user.scored, user.sumRecall, user.sumMap}; }
 
-// The same launches fed to a facade directly.
-void Feed(Nuvik& nuvik, const LaunchLog& log, const std::vector<Launch>& launches) {
-  for (const Launch& launch : launches) nuvik.Update(log.apps[launch.app], ToTm(launch.time));
+std::string Format(std::string_view text, std::optional<int> offset = std::nullopt) {
+  const ParsedTime time = ParseLaunchTime(text, offset);
+  return time.error.empty() ? FormatLocalTime(time.seconds) : time.error;
+}
+
+// Each user as "name: app@HH:MM:SS app@...".
+std::vector<std::string> Users(const LaunchLog& log) {
+  std::vector<std::string> texts;
+  for (const UserLog& user : log.users) {
+    std::string& text = texts.emplace_back(user.name + ":");
+    for (const Launch& l : user.launches) text += " " + log.apps[l.app] + "@" + FormatLocalTime(l.time).substr(11);
+  }
+  return texts;
+}
+
+std::string ErrorOf(std::string_view text, ReadOptions options = {}) {
+  try {
+    ParseLaunchLog(text, "log.csv", options);
+  } catch (const InputError& error) {
+    return error.what();
+  }
+  return "no error";
 }
 
 std::string Read(const std::string& path) {
@@ -41,148 +62,121 @@ std::string Read(const std::string& path) {
   return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
-class TemporaryDirectory {
- public:
-  TemporaryDirectory() {
+struct Outcome { int status; std::string output, errors; };
+
+class ReplayTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
     char pattern[] = "/tmp/nuvik-replay-test-XXXXXX";
-    path_ = mkdtemp(pattern);
+    ASSERT_NE(mkdtemp(pattern), nullptr);
+    directory_ = pattern;
   }
-  ~TemporaryDirectory() {
-    for (const std::string& name : Entries()) std::remove((path_ + "/" + name).c_str());
-    rmdir(path_.c_str());
-  }
-  const std::string& path() const { return path_; }
-  std::vector<std::string> Entries() const {
-    std::vector<std::string> names;
-    DIR* directory = opendir(path_.c_str());
-    while (const dirent* entry = readdir(directory)) {
-      const std::string name = entry->d_name;
-      if (name != "." && name != "..") names.push_back(name);
-    }
-    closedir(directory);
-    std::sort(names.begin(), names.end());
-    return names;
+  void TearDown() override { std::filesystem::remove_all(directory_); }
+
+  // Runs the executable with `arguments`, after `input` (empty, or a command ending in '|').
+  Outcome Run(const std::string& arguments, const std::string& input = "") const {
+    const std::string out = directory_ + "/stdout", err = directory_ + "/stderr";
+    const int status = std::system((input + "'" NUVIK_REPLAY_BIN "' " + arguments + " >" + out + " 2>" + err).c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Read(out), Read(err)};
   }
 
- private:
-  std::string path_;
+  std::string directory_;
 };
 
-TEST(RankingMetricsTest, ScoresTheFacadesOwnListsLikeTheFacade) {
-  const LaunchLog log = SampleLaunches();
-  std::map<std::string, AppId> ids;
-  for (AppId id = 0; id < log.apps.size(); ++id) ids[log.apps[id]] = id;
-  for (const char* text : kEnsembles) {
-    Nuvik nuvik(MakeConfig(ParseEnsemble(text), false, 0.05));
-    RankingMetrics metrics;
-    for (const Launch& launch : log.users[0].launches) {
-      nuvik.Update(log.apps[launch.app], ToTm(launch.time));
-      std::vector<AppId> list;
-      for (const std::string& app : nuvik.GetNext()) list.push_back(ids.at(app));  // made for this launch
-      metrics.Add(list, launch.app);
-    }
-    EXPECT_EQ(metrics.count(), nuvik.GetCountMetrics()) << text;
-    EXPECT_EQ(metrics.sumRecall(), nuvik.GetSumRecall()) << text;
-    EXPECT_EQ(metrics.sumMap(), nuvik.GetSumMap()) << text;
+TEST(LocalTimeTest, ParsesLocalTimestampsAndEpochSeconds) {
+  for (const char* text : {"2024-02-29 23:59:58", "1969-12-31 23:59:59"}) EXPECT_EQ(Format(text), text);
+  EXPECT_EQ(Format("2024-03-04 07:05"), "2024-03-04 07:05:00");
+  EXPECT_EQ(Format("2024-03-04T07:05:09.250"), "2024-03-04 07:05:09");
+  EXPECT_EQ(Format("1709535909", -5 * 3600), "2024-03-04 02:05:09");
+
+  EXPECT_EQ(Format("2023-02-29 10:00"), "bad time '2023-02-29 10:00': no such date");
+  EXPECT_EQ(Format("2024-03-04 24:00"), "bad time '2024-03-04 24:00': no such time of day");
+  EXPECT_EQ(Format("1709535909"), "bad time '1709535909': epoch seconds need --utc-offset");
+  for (const std::string text : {"2024-3-4 7:05", "2024-03-04 07:05:", "2024-03-04 07:05:09.", ""}) {
+    EXPECT_EQ(Format(text), "bad time '" + text + "': expected YYYY-MM-DD HH:MM[:SS] or epoch seconds");
   }
+
+  const std::pair<const char*, int> offsets[] = {{"+02:00", 7200}, {"-0530", -19800}, {"+05", 18000}, {"Z", 0}};
+  for (const auto& [text, seconds] : offsets) EXPECT_EQ(ParseUtcOffset(text), seconds) << text;
+  for (const char* bad : {"2", "+25:00", "+02:60", "+02:0"}) EXPECT_EQ(ParseUtcOffset(bad), std::nullopt) << bad;
+}
+
+TEST(LaunchLogTest, ReadsCsvAndTsvAndSeparatesUsers) {
+  // Byte order mark, CRLF, columns in any order, an extra column, quoting,
+  // a blank line, and users interleaved.
+  const LaunchLog csv = ParseLaunchLog(
+      "\xEF\xBB\xBF" "App,note,User,timestamp\r\nmail,,bob,2024-03-04 08:00\r\n"
+      "\"maps, offline\",\"say \"\"hi\"\"\",ann,2024-03-04 08:01:30\r\n\r\n"
+      " mail , x ,ann, 2024-03-04 08:02\r\nchat,,bob,2024-03-04 08:02\r\n",
+      "log.csv", {});
+  EXPECT_EQ(Users(csv), (std::vector<std::string>{"bob: mail@08:00:00 chat@08:02:00",
+                                                  "ann: maps, offline@08:01:30 mail@08:02:00"}));
+  EXPECT_EQ(csv.users[1].launches[1].order, 2u);  // file order across users
+
+  const LaunchLog tsv = ParseLaunchLog("timestamp\tapp\n1709535600\tmail\n1709535660\tmaps", "log.tsv", {3600, false});
+  EXPECT_EQ(Users(tsv), std::vector<std::string>{": mail@08:00:00 maps@08:01:00"});
+}
+
+TEST(LaunchLogTest, ReportsBadInputWithFileLineAndReason) {
+  const std::string header = "user,timestamp,app\nu,2024-03-04 08:00,mail\n";
+  EXPECT_EQ(ErrorOf(header + "u,2024-03-04 08:01\n"), "log.csv:3: expected 3 columns, found 2");
+  EXPECT_EQ(ErrorOf(header + "u,yesterday,mail\n"),
+            "log.csv:3: bad time 'yesterday': expected YYYY-MM-DD HH:MM[:SS] or epoch seconds");
+  EXPECT_EQ(ErrorOf(header + ",2024-03-04 08:01,mail\n"), "log.csv:3: empty user");
+  EXPECT_EQ(ErrorOf(header + "u,2024-03-04 08:01,\"mail\n"), "log.csv:3: unterminated quoted field");
+  EXPECT_EQ(ErrorOf(header + "v,2024-03-04 07:00,b\nu,2024-03-04 07:59,c\n"),
+            "log.csv:4: time 2024-03-04 07:59:00 is earlier than 2024-03-04 08:00:00 on line 2 for user 'u'; "
+            "the rows of each user must be in time order");
+  EXPECT_EQ(ErrorOf("user,time,app\nu,2024-03-04 08:00,a\n"),
+            "log.csv:1: the header must name the columns 'timestamp' and 'app' (and optionally 'user'); "
+            "found 'user', 'time', 'app'");
+  EXPECT_EQ(ErrorOf("app,timestamp,App\n"), "log.csv:1: the header names column 'app' twice");
+  EXPECT_EQ(ErrorOf(""), "log.csv: empty log: expected a header line");
+  EXPECT_EQ(ErrorOf("timestamp,app\n\n"), "log.csv: no launch to replay");
+
+  // Skipped, a bad row neither stops the log nor moves a user's clock.
+  const LaunchLog log = ParseLaunchLog(
+      header + "u,2024-03-04 09:00\nu,2024-03-04 07:00,b\nu,nope,c\nu,2024-03-04 08:30,d\n", "log.csv", {{}, true});
+  EXPECT_EQ(Users(log), std::vector<std::string>{"u: mail@08:00:00 d@08:30:00"});
+  EXPECT_EQ(log.badRows, 3u);
+  ASSERT_EQ(log.badRowSamples.size(), 3u);
+  EXPECT_EQ(log.badRowSamples[1].rfind("log.csv:4: time 2024-03-04 07:00:00 is earlier", 0), 0u);
 }
 
 TEST(BaselineTest, ScoresAHandCheckedLog) {
-  const LaunchLog log = ParseLaunchLog(
-      "timestamp,app\n2024-03-04 08:00,a\n2024-03-04 08:01,a\n2024-03-04 08:02,a\n2024-03-04 08:03,b\n"
-      "2024-03-04 08:04,c\n2024-03-04 08:05,d\n2024-03-04 08:06,e\n2024-03-04 08:07,f\n2024-03-04 08:08,a\n"
-      "2024-03-04 08:09,f\n",
-      "hand", {});
+  std::string text = "timestamp,app\n";
+  for (const char app : std::string("aaabcdefaf")) text += "2024-03-04 08:00," + std::string(1, app) + "\n";
+  const LaunchLog log = ParseLaunchLog(text, "hand", {});
   // Launches 6 to 10 are scored. Both lists at launch 9 hold f e d c b a in
-  // some order: MRU puts a sixth (a miss), MFU first. Average precisions, of
-  // the lists made at launches 1 to 5: [] 0; [a] against {a b c d} 1/4;
-  // [a] against {a b c d e} 1/5; [a] against {b c d e f} 0; and the list of
-  // launch 5 against {c d e f a}: MRU [b a] (1/2)/5, MFU [a b] 1/5.
+  // some order: MRU puts a sixth (a miss), MFU first; at launch 10 both put f
+  // second. Average precisions, of the lists made at launches 1 to 5: [] 0;
+  // [a] against {a b c d} 1/4; [a] against {a b c d e} 1/5; [a] against
+  // {b c d e f} 0; the list of launch 5 against {c d e f a}: MRU [b a]
+  // (1/2)/5, MFU [a b] 1/5.
   ReplayOptions options;
-  const UserResult mru = ReplayBaseline(log, log.users[0], Baseline::kMostRecentlyUsed, options);
-  EXPECT_EQ(mru.scored, 5u);
-  EXPECT_EQ(mru.sumRecall, 1.0);
-  EXPECT_DOUBLE_EQ(mru.sumMap, 0.25 + 0.2 + 0.1);
   const UserResult mfu = ReplayBaseline(log, log.users[0], Baseline::kMostFrequentlyUsed, options);
-  EXPECT_EQ(mfu.scored, 5u);
-  EXPECT_EQ(mfu.sumRecall, 2.0);
-  EXPECT_DOUBLE_EQ(mfu.sumMap, 0.25 + 0.2 + 0.2);
-  EXPECT_EQ(mfu.launches, 10u);
+  EXPECT_EQ(ScoresOf(ReplayBaseline(log, log.users[0], Baseline::kMostRecentlyUsed, options)),
+            Scores(5, 1.0, 0.25 + 0.2 + 0.1));
+  EXPECT_EQ(ScoresOf(mfu), Scores(5, 2.0, 0.25 + 0.2 + 0.2));
   EXPECT_EQ(mfu.knownApps, (std::vector<std::string>{"a", "b", "c", "d", "e", "f"}));
 
   // Without the two repeats of a, eight launches remain; the lists agree and
   // only the last launch hits, its list of launch 3 [b a] giving (1/2)/5.
   options.skipRepeats = true;
   for (const Baseline baseline : {Baseline::kMostRecentlyUsed, Baseline::kMostFrequentlyUsed}) {
-    const UserResult skipping = ReplayBaseline(log, log.users[0], baseline, options);
-    EXPECT_EQ(skipping.launches, 10u);
-    EXPECT_EQ(skipping.scored, 3u);
-    EXPECT_EQ(skipping.sumRecall, 1.0);
-    EXPECT_DOUBLE_EQ(skipping.sumMap, 0.1);
+    EXPECT_EQ(ScoresOf(ReplayBaseline(log, log.users[0], baseline, options)), Scores(3, 1.0, 0.1));
   }
 }
 
-TEST(ReplayTest, ReportsTheFacadesOwnMetricsForEachUserSeparately) {
-  // The sample log with its users interleaved row by row in time order.
-  std::istringstream sample{std::string(SampleLog())};
-  std::string header;
-  std::getline(sample, header);
-  std::vector<std::pair<std::string, std::string>> rows;  // (time, row)
-  for (std::string row; std::getline(sample, row);) rows.emplace_back(row.substr(row.find(',') + 1, 19), row);
-  std::stable_sort(rows.begin(), rows.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
-  std::string interleaved = header + "\n";
-  for (const auto& row : rows) interleaved += row.second + "\n";
-  const LaunchLog log = ParseLaunchLog(interleaved, "interleaved", {});
-  ASSERT_GT(log.users.size(), 1u);
-
-  std::vector<Ensemble> ensembles;
-  for (const char* text : kEnsembles) ensembles.push_back(ParseEnsemble(text));
-  for (const bool skipRepeats : {false, true}) {
-    ReplayOptions options;
-    options.skipRepeats = skipRepeats;
-    options.jobs = 2;
-    const std::vector<RunResult> runs = Replay(log, ensembles, options);
-    ASSERT_EQ(runs.size(), ensembles.size() + 2);
-    for (std::size_t e = 0; e < ensembles.size(); ++e) {
-      EXPECT_EQ(runs[e].label, ensembles[e].label);
-      Totals expected;
-      for (std::size_t u = 0; u < log.users.size(); ++u) {
-        Nuvik nuvik(MakeConfig(ensembles[e], skipRepeats, 0.05));
-        Feed(nuvik, log, log.users[u].launches);
-        const UserResult& user = runs[e].users[u];
-        EXPECT_EQ(user.launches, log.users[u].launches.size());
-        EXPECT_EQ(user.scored, nuvik.GetCountMetrics());
-        EXPECT_EQ(user.sumMap, nuvik.GetSumMap());
-        EXPECT_EQ(user.sumRecall, nuvik.GetSumRecall());
-        EXPECT_EQ(user.knownApps.size(), nuvik.GetCountKnownApps());
-        expected.scored += nuvik.GetCountMetrics();
-        expected.sumMap += nuvik.GetSumMap();
-        expected.sumRecall += nuvik.GetSumRecall();
-      }
-      const Totals totals = TotalOf(runs[e]);
-      EXPECT_EQ(totals.users, log.users.size());
-      EXPECT_EQ(totals.launches, log.launchCount);
-      EXPECT_EQ(totals.apps, log.apps.size());
-      EXPECT_EQ(totals.scored, expected.scored);
-      EXPECT_EQ(totals.sumMap, expected.sumMap);
-      EXPECT_EQ(totals.sumRecall, expected.sumRecall);
-      EXPECT_EQ(totals.Map(), expected.sumMap / static_cast<double>(expected.scored));
-    }
-    for (std::size_t b = ensembles.size(); b < runs.size(); ++b) EXPECT_TRUE(runs[b].baseline);
-  }
-}
-
-TEST(ReplayTest, SavedDocumentsContinueLikeTheFacadeAcrossALoad) {
-  LaunchLog log = SampleLaunches();
+TEST_F(ReplayTest, SavedDocumentsContinueLikeTheFacadeAcrossALoad) {
+  LaunchLog log = ParseLaunchLog(SampleLog(), "sample", {});
   log.users = {log.users[1]};  // one user: the target is the document itself
-  const UserLog& user = log.users[0];
-  const std::size_t half = user.launches.size() / 2;
-  const UserLog first{user.name, {user.launches.begin(), user.launches.begin() + half}};
-  const UserLog second{user.name, {user.launches.begin() + half, user.launches.end()}};
-  TemporaryDirectory directory;
-  const std::string path = directory.path() + "/model.json";
-
-  for (const char* text : kEnsembles) {
+  const std::vector<Launch>& launches = log.users[0].launches;
+  const auto half = launches.begin() + static_cast<std::ptrdiff_t>(launches.size() / 2);
+  const UserLog first{"", {launches.begin(), half}};
+  const UserLog second{"", {half, launches.end()}};
+  const std::string path = directory_ + "/model.json";
+  for (const std::string& text : kEnsembles) {
     const Ensemble ensemble = ParseEnsemble(text);
     ReplayOptions options;
     options.keepDocuments = true;
@@ -190,71 +184,147 @@ TEST(ReplayTest, SavedDocumentsContinueLikeTheFacadeAcrossALoad) {
     options.loadTarget = path;
     const UserResult resumed = ReplayUser(log, second, ensemble, options);
 
-    Nuvik before(MakeConfig(ensemble, false, 0.05));
-    Feed(before, log, first.launches);
-    std::stringstream document;
-    document << before;
-    EXPECT_EQ(Read(path), document.str());
-    Nuvik after(MakeConfig(ensemble, false, 0.05));
-    ASSERT_TRUE(document >> after);
-    Feed(after, log, second.launches);
-    EXPECT_EQ(resumed.document, SerializeDocument(after)) << text;
-    EXPECT_EQ(resumed.sumMap, after.GetSumMap()) << text;
-    EXPECT_EQ(resumed.scored, after.GetCountMetrics()) << text;
+    Nuvik facade(MakeConfig(ensemble, false, 0.05));
+    for (const Launch& launch : first.launches) facade.Update(log.apps[launch.app], ToTm(launch.time));
+    EXPECT_EQ(Read(path), SerializeDocument(facade)) << text;
+    std::istringstream document(Read(path));
+    Nuvik loaded(MakeConfig(ensemble, false, 0.05));
+    ASSERT_TRUE(document >> loaded);
+    for (const Launch& launch : second.launches) loaded.Update(log.apps[launch.app], ToTm(launch.time));
+    EXPECT_EQ(resumed.document, SerializeDocument(loaded)) << text;
+    EXPECT_EQ(ScoresOf(resumed), ScoresOf(loaded)) << text;
     EXPECT_TRUE(resumed.notes.empty());
   }
-  EXPECT_EQ(directory.Entries(), std::vector<std::string>{"model.json"});  // no temporary left
-  EXPECT_TRUE(IsLoadable(Read(path)));
+  std::filesystem::directory_iterator entries(directory_);
+  EXPECT_EQ(std::distance(begin(entries), end(entries)), 1);  // no temporary file left
   EXPECT_FALSE(IsLoadable(SerializeDocument(Nuvik())));  // a facade that learned nothing
   EXPECT_FALSE(IsLoadable(std::string(2000, '[')));
 }
 
-TEST(ReplayTest, RejectedDocumentsAreErrorsNotFreshStarts) {
-  LaunchLog log = SampleLaunches();
-  TemporaryDirectory directory;
-  const auto errorOf = [&](const std::string& target) -> std::string {
-    ReplayOptions options;
-    options.loadTarget = target;
-    try {
-      Replay(log, {ParseEnsemble("stat_counter")}, options);
-    } catch (const InputError& error) {
-      return error.what();
-    }
-    return "loaded";
-  };
-  // With several users the target is a directory of one document per user.
-  EXPECT_EQ(errorOf(directory.path()),
-            "cannot open document '" + directory.path() + "/user1.json': No such file or directory");
-
-  log.users.resize(1);
-  const std::string path = directory.path() + "/model.json";
-  const std::string rejected = path + ": document rejected: not a saved model of this library, or damaged";
-  WriteFileAtomically(path, "");
-  EXPECT_EQ(errorOf(path), rejected);
-  WriteFileAtomically(path, "{\"version\": 2}");
-  EXPECT_EQ(errorOf(path), rejected);
-  WriteFileAtomically(path, std::string(2000, '[') + std::string(2000, ']'));
-  EXPECT_EQ(errorOf(path).rfind(path + ": document rejected: ", 0), 0u);  // the parser's own exception
-}
-
-TEST(DocumentsTest, PathsAndAtomicWrites) {
-  EXPECT_EQ(DocumentPath("model.json", "u1", false), "model.json");
-  EXPECT_EQ(DocumentPath("models", "u1", true), "models/u1.json");
+TEST_F(ReplayTest, DocumentPathsAndSaveTargets) {
   EXPECT_EQ(DocumentPath("models/", "ann/b c", true), "models/ann%2Fb%20c.json");
   EXPECT_EQ(DocumentPath("models", "..", true), "models/%...json");
+  EXPECT_THROW(WriteFileAtomically(directory_ + "/missing/model.json", "x"), InputError);
+  EXPECT_THROW(PrepareSaveTarget(directory_, false), InputError);  // a directory, not a file
+  WriteFileAtomically(directory_ + "/model.json", "x");
+  EXPECT_THROW(PrepareSaveTarget(directory_ + "/model.json", true), InputError);  // a file, not a directory
+}
 
-  TemporaryDirectory directory;
-  const std::string path = directory.path() + "/out.txt";
-  WriteFileAtomically(path, "old");
-  WriteFileAtomically(path, "new");
-  EXPECT_EQ(Read(path), "new");
-  EXPECT_THROW(WriteFileAtomically(directory.path() + "/missing/out.txt", "x"), InputError);
-  EXPECT_THROW(PrepareSaveTarget(directory.path(), false), InputError);  // a directory, not a file
-  EXPECT_THROW(PrepareSaveTarget(path, true), InputError);               // a file, not a directory
-  EXPECT_THROW(PrepareSaveTarget(directory.path() + "/a/b", true), InputError);
-  PrepareSaveTarget(directory.path() + "/per-user", true);
-  EXPECT_EQ(directory.Entries(), (std::vector<std::string>{"out.txt", "per-user"}));
-  rmdir((directory.path() + "/per-user").c_str());
+TEST_F(ReplayTest, ReportsTheFacadesOwnMetricsPerUserOnTheSampleLog) {
+  const std::string compare = " --compare " + kEnsembles[0] + " " + kEnsembles[1] + " " + kEnsembles[2];
+  const Outcome run = Run(kSample + " --per-user --format json --jobs 2" + compare);
+  ASSERT_EQ(run.status, 0) << run.errors;
+  EXPECT_EQ(run.errors, "");
+  const Json::Value results = NuvikPrediction::testing::ParseJson(run.output)["results"];
+  const LaunchLog log = ReadLaunchLog(NUVIK_SAMPLE_LOG, {});
+  std::map<std::string, AppId> ids;
+  for (AppId id = 0; id < log.apps.size(); ++id) ids[log.apps[id]] = id;
+  ASSERT_EQ(results.size(), 5u);
+  for (Json::ArrayIndex r = 0; r < results.size(); ++r) {
+    const Baseline baseline = r == 3 ? Baseline::kMostRecentlyUsed : Baseline::kMostFrequentlyUsed;
+    EXPECT_EQ(results[r]["name"].asString(), r < 3 ? kEnsembles[r] : BaselineLabel(baseline));
+    double sumMap = 0.0;
+    std::uint64_t scored = 0;
+    for (Json::ArrayIndex u = 0; u < log.users.size(); ++u) {
+      const Json::Value& user = results[r]["perUser"][u];
+      Scores expected;
+      if (r < 3) {
+        Nuvik nuvik(MakeConfig(ParseEnsemble(kEnsembles[r]), false, 0.05));
+        RankingMetrics metrics;  // the baselines' metrics, given the facade's own lists
+        for (const Launch& launch : log.users[u].launches) {
+          nuvik.Update(log.apps[launch.app], ToTm(launch.time));
+          std::vector<AppId> list;
+          for (const std::string& app : nuvik.GetNext()) list.push_back(ids.at(app));
+          metrics.Add(list, launch.app);
+        }
+        expected = ScoresOf(nuvik);
+        EXPECT_EQ(Scores(metrics.count(), metrics.sumRecall(), metrics.sumMap()), expected);
+        EXPECT_EQ(user["apps"].asUInt64(), nuvik.GetCountKnownApps());
+      } else {
+        expected = ScoresOf(ReplayBaseline(log, log.users[u], baseline, {}));
+      }
+      EXPECT_EQ(user["user"].asString(), log.users[u].name);
+      EXPECT_EQ(Scores(user["scored"].asUInt64(), user["sumRecall"].asDouble(), user["sumMap"].asDouble()), expected);
+      scored += std::get<0>(expected);
+      sumMap += std::get<2>(expected);
+    }
+    EXPECT_EQ(results[r]["sumMap"].asDouble(), sumMap);
+    EXPECT_EQ(results[r]["map"].asDouble(), sumMap / static_cast<double>(scored));
+  }
+
+  // Gzip on standard input gives the same numbers.
+  const Outcome piped = Run("- --format json" + compare, "gzip -c " + kSample + " | ");
+  ASSERT_EQ(piped.status, 0) << piped.errors;
+  EXPECT_EQ(NuvikPrediction::testing::ParseJson(piped.output)["results"][1]["sumMap"], results[1]["sumMap"]);
+  // The built-in log is the sample file; the table shows the same runs.
+  const Outcome table = Run(compare);
+  ASSERT_EQ(table.status, 0) << table.errors;
+  EXPECT_EQ(table.output.rfind("sample-launches.csv (built in): " + std::to_string(log.launchCount) + " launches", 0),
+            0u);
+  EXPECT_NE(table.output.find("\nbaseline: most frequently used "), std::string::npos);
+}
+
+TEST_F(ReplayTest, TracesEachLaunchWithTheTopOfItsList) {
+  const std::string log = directory_ + "/tiny.csv";
+  WriteFileAtomically(log, "user,timestamp,app\nu,2024-03-04 08:00,b\nu,2024-03-04 08:01,a\n"
+                           "u,2024-03-04 08:02,a\nu,2024-03-04 08:03,a\nu,2024-03-04 08:04,b");  // no final line break
+  const Outcome run = Run(log + " --trace --skip-repeats");
+  ASSERT_EQ(run.status, 0) << run.errors;
+  EXPECT_EQ(run.output.substr(0, run.output.find("\n\n") + 1),
+            "[stat_counter] u 2024-03-04 08:00:00 b (new) |\n"
+            "[stat_counter] u 2024-03-04 08:01:00 a (new) | b\n"
+            "[stat_counter] u 2024-03-04 08:02:00 a (repeat, skipped)\n"
+            "[stat_counter] u 2024-03-04 08:03:00 a (repeat, skipped)\n"
+            "[stat_counter] u 2024-03-04 08:04:00 b (#1) | b, a\n" +  // the facade skipped the repeats too
+                log + ": 5 launches, 1 user, 2 apps\n");
+}
+
+TEST_F(ReplayTest, ReportsMistakesWithAReasonAndAnExitStatus) {
+  EXPECT_EQ(Run("--bogus").status, 2);
+  EXPECT_EQ(Run("--compare stat_counter,lineal").status, 2);
+  const std::string misplaced = Run("--compare stat_counter " + kSample).errors;
+  EXPECT_EQ(misplaced.rfind("nuvik-replay: '" NUVIK_SAMPLE_LOG "' is no ensemble: put the log before", 0), 0u);
+  EXPECT_EQ(Run(directory_ + "/missing.csv").errors,
+            "nuvik-replay: cannot open '" + directory_ + "/missing.csv': No such file or directory\n");
+
+  const std::string log = directory_ + "/bad.csv";
+  WriteFileAtomically(log, "timestamp,app\n2024-03-04 08:00,a\n2024-03-04 08:01,\n2024-03-04 08:02,b\n");
+  const Outcome bad = Run(log);
+  EXPECT_EQ(bad.status, 1);
+  EXPECT_EQ(bad.errors, "nuvik-replay: " + log + ":3: empty app\n");
+  const Outcome skipped = Run(log + " --skip-bad-rows");
+  EXPECT_EQ(skipped.status, 0);
+  EXPECT_EQ(skipped.errors, "nuvik-replay: skipped 1 bad row:\n  " + log + ":3: empty app\n");
+}
+
+TEST_F(ReplayTest, SavesLoadsAndPlots) {
+  const std::string models = directory_ + "/models";
+  const Outcome saved = Run(kSample + " --save " + models + " --plot " + directory_ + "/plot.svg");
+  ASSERT_EQ(saved.status, 0) << saved.errors;
+  const std::string svg = Read(directory_ + "/plot.svg");
+  EXPECT_EQ(svg.rfind("<svg ", 0), 0u);
+  EXPECT_NE(svg.find(">baseline: most frequently used<"), std::string::npos);
+  const Outcome loaded = Run(kSample + " --load " + models + " --save " + models);
+  EXPECT_EQ(loaded.status, 0) << loaded.errors;
+  EXPECT_EQ(loaded.errors, "");
+
+  // A document that cannot be loaded stops the tool.
+  const std::string user2 = models + "/user2.json";
+  const auto loadError = [&] {
+    const Outcome run = Run(kSample + " --load " + models);
+    EXPECT_EQ(run.status, 1);
+    return run.errors;
+  };
+  const std::string rejected = "nuvik-replay: " + user2 + ": document rejected: ";
+  WriteFileAtomically(user2, "{\"count\":");
+  EXPECT_EQ(loadError(), rejected + "not a saved model of this library, or damaged\n");
+  WriteFileAtomically(user2, std::string(2000, '[') + std::string(2000, ']'));
+  EXPECT_EQ(loadError().rfind(rejected, 0), 0u);  // the parser's own exception
+  std::filesystem::remove(user2);
+  EXPECT_EQ(loadError(), "nuvik-replay: cannot open document '" + user2 + "': No such file or directory\n");
+  const Outcome unwritable = Run(kSample + " --save " + directory_ + "/no/such/dir");
+  EXPECT_EQ(unwritable.output, "");  // checked before the replay
+  EXPECT_EQ(unwritable.errors.rfind("nuvik-replay: cannot create directory '" + directory_ + "/no/such/dir'", 0), 0u);
 }
 
 }  // namespace
