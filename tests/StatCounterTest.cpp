@@ -1,7 +1,5 @@
 #include "StatCounter.h"
 
-#include <cmath>
-
 #include <gtest/gtest.h>
 
 #include "TestUtil.h"
@@ -63,23 +61,10 @@ TEST(StatCounterTest, ReaderSkipsMalformedElementsAndMergesCounts) {
                                    {"a", 2.0 / 6.0}, {"b", 1.0 / 6.0}, {"old", 1.0 / 6.0}}));
 }
 
-TEST(StatCounterTest, ReaderEdgeCases) {
-  StatCounter zeros;
-  ASSERT_TRUE(zeros.DeserializeJson(ParseJson(R"([{"app": "a", "popularity": 0}])")));
-  EXPECT_TRUE(std::isnan(zeros.GetPrediction("a")));
-
-  // Member lookup on a bare number or an array is jsoncpp's logic error.
+TEST(StatCounterTest, ReaderRaisesOnElementsThatAreNeitherObjectsNorNull) {
   StatCounter counter;
   EXPECT_THROW(counter.DeserializeJson(ParseJson(R"([{"app": "a", "popularity": 1}, 5])")), Json::LogicError);
   EXPECT_THROW(counter.DeserializeJson(ParseJson(R"([[]])")), Json::LogicError);
-
-  StatCounter trained;
-  StatCounter roundTrip;
-  Launch(trained, "x");
-  Launch(trained, "y");
-  Launch(trained, "y");
-  ASSERT_TRUE(roundTrip.DeserializeJson(trained.SerializeJson()));
-  EXPECT_EQ(roundTrip.Predict(), trained.Predict());
 }
 
 }  // namespace
