@@ -72,6 +72,19 @@ void DoubleLinear::Combine(const std::map<std::string, Linear::Fraction>& first,
   }
 }
 
+// Pooled, the previous-launch fractions give 1 to an application at that
+// place of either history (1/1 or 2/2) and 0 to every other one, which leaves
+// its score as it is.
+void DoubleLinear::AddPreviousLaunch(const std::string* first, const std::string* second, const std::string& key) {
+  const double weight = kDefaultWeights.at(key);
+  if (second != nullptr && first != nullptr && *second == *first) second = nullptr;
+  for (const std::string* name : {first, second}) {
+    if (name == nullptr) continue;
+    const auto entry = prediction.find(*name);
+    if (entry != prediction.end()) entry->second += 1.0 * weight;
+  }
+}
+
 void DoubleLinear::RefreshPrediction() {
   // Checking the flag first skips building the name list; both tests are
   // free of side effects, so the order does not matter.
@@ -87,7 +100,8 @@ void DoubleLinear::RefreshPrediction() {
             kTransitionFeature + std::to_string(k));
   }
   for (int k = 0; k < kTransitionSteps; ++k) {
-    Combine(firstLinear->PredictPrevious(k), secondLinear->PredictPrevious(k), kPrevFeature + std::to_string(k));
+    AddPreviousLaunch(firstLinear->PreviousLaunch(k), secondLinear->PreviousLaunch(k),
+                      kPrevFeature + std::to_string(k));
   }
   const int slot = TimeSlot(lastTime.tm_hour, lastTime.tm_min);
   Combine(firstLinear->PredictTime(slot), secondLinear->PredictTime(slot), kTimeFeature);

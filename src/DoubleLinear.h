@@ -46,6 +46,9 @@ class DoubleLinear : public Predictor {
   // Adds the pooled fractions of one feature for every application in apps.
   void Combine(const std::map<std::string, Linear::Fraction>& first,
                const std::map<std::string, Linear::Fraction>& second, const std::string& key);
+  // Adds the previous-launch feature, given by the name at that place of each
+  // stage's history.
+  void AddPreviousLaunch(const std::string* first, const std::string* second, const std::string& key);
   // A fresh second stage whose history is the first stage's, reversed.
   void ReseedSecondStage();
 

@@ -101,13 +101,10 @@ Linear::FeatureResult Linear::PredictTransition(int k) const {
   return result;
 }
 
-Linear::FeatureResult Linear::PredictPrevious(int k) const {
-  FeatureResult result;
-  for (const auto& [id, name] : idToStr) result[name] = Fraction{};
-  if (k < 0 || static_cast<std::size_t>(k) >= lastLaunches.size()) return result;
+const std::string* Linear::PreviousLaunch(int k) const {
+  if (k < 0 || static_cast<std::size_t>(k) >= lastLaunches.size()) return nullptr;
   const auto it = idToStr.find(lastLaunches[static_cast<std::size_t>(k)]);
-  if (it != idToStr.end()) result[it->second] = Fraction{1.0, 1.0};
-  return result;
+  return it == idToStr.end() ? nullptr : &it->second;
 }
 
 Linear::FeatureResult Linear::PredictTime(int bucket) const {
@@ -162,8 +159,13 @@ void Linear::RefreshPrediction() {
   for (int k = 0; k < static_cast<int>(kTransitionSteps); ++k) {
     AddPredictionResult(PredictTransition(k), kTransitionFeature + std::to_string(k));
   }
+  // Every named id also has its name in strToId, so the previous launch is
+  // already in prediction; the zero fractions of the others change nothing
+  // (a score that starts at +0.0 stays unchanged when ±0.0 is added).
   for (int k = 0; k < static_cast<int>(kTransitionSteps); ++k) {
-    AddPredictionResult(PredictPrevious(k), kPrevFeature + std::to_string(k));
+    if (const std::string* name = PreviousLaunch(k)) {
+      prediction[*name] += 1.0 * kDefaultWeights.at(kPrevFeature + std::to_string(k));
+    }
   }
   AddPredictionResult(PredictTime(currentBucket), kTimeFeature);
   AddPredictionResult(PredictCounter(), kCounterFeature);

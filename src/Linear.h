@@ -59,12 +59,15 @@ class Linear : public Predictor {
   // True when more than 5000 applications have a launch count.
   bool IsFull() const;
 
-  // Feature estimates per application. PredictTransition and PredictPrevious read
-  // lastLaunches[k]; when the history is shorter than k + 1 (only possible when
-  // a caller asks outside Predict) they answer as if position k held no known
-  // application: an empty map and an all-zero map respectively.
+  // Feature estimates per application. PredictTransition reads lastLaunches[k];
+  // when the history is shorter than k + 1 (only possible when a caller asks
+  // outside Predict) it answers as if position k held no known application.
   FeatureResult PredictTransition(int k) const;
-  FeatureResult PredictPrevious(int k) const;
+  // The previous-launch feature k is 1/1 for the application at position k of
+  // the history and 0/0 for every other one, which adds nothing to a score, so
+  // it is given as that application's name alone: null when the history is
+  // shorter than k + 1 or the id there has no name.
+  const std::string* PreviousLaunch(int k) const;
   FeatureResult PredictTime(int bucket) const;
   FeatureResult PredictCounter() const;
   // Adds value × kDefaultWeights.at(key) of every entry of result to prediction.
