@@ -4,7 +4,6 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <nuvik/Nuvik.h>
 
 #include "LinearReference.h"
 #include "TestUtil.h"
@@ -19,11 +18,6 @@ using testing::W;
 using testing::WriteJson;
 
 Updater Launched(const std::string& app, int hour = 9, int minute = 0) { return Updater{"", app, hour, minute}; }
-
-TEST(DoubleLinearTest, FacadeBuildsBothLinearClassesByName) {
-  EXPECT_EQ(Nuvik(std::vector<std::string>{"linear", "double_linear"}).PrintNuvikInfo(),
-            "NUVIK library 1.3 [ predictors list: linear, double_linear ]");
-}
 
 TEST(DoubleLinearTest, FirstPhaseMatchesTheReferenceBitForBit) {
   std::mt19937 random(11);

@@ -21,9 +21,7 @@ std::string Slots(const Nuvik& nuvik) {
   return info.substr(head.size());
 }
 
-void Launch(Nuvik& nuvik, const std::string& app, int hour = 9, int minute = 0) {
-  nuvik.Update(app, At(hour, minute));
-}
+void Launch(Nuvik& nuvik, const std::string& app) { nuvik.Update(app, At(9, 0)); }
 
 TEST(NuvikConfigTest, NormalisesNamesAndParameters) {
   const NuvikConfig none({}, Names{});
@@ -52,14 +50,17 @@ TEST(NuvikConfigTest, NormalisesNamesAndParameters) {
 
 TEST(NuvikTest, ConstructorsBuildOneSlotPerParameter) {
   EXPECT_EQ(Slots(Nuvik()), "stat_counter ]");
-  EXPECT_EQ(Slots(Nuvik(std::string("unknown"))), "stat_counter ]");
+  EXPECT_EQ(Slots(Nuvik(std::string("linear"))), "linear ]");
   EXPECT_EQ(Slots(Nuvik(Params{}, "linear")), "stat_counter ]");
-  EXPECT_EQ(Slots(Nuvik(Names{"stat_counter", "nonsense"})), "stat_counter, stat_counter ]");
+  EXPECT_EQ(Slots(Nuvik(Params{4, 9}, "knn_regression")), "knn_regression, knn_regression ]");
+  EXPECT_EQ(Slots(Nuvik(Names{"linear", "nonsense"})), "linear, stat_counter ]");
+  EXPECT_EQ(Slots(Nuvik(Params{2}, Names{"double_linear", "markov_chain3_invalidate"})),
+            "double_linear, markov_chain3_invalidate ]");
 
   // Fields edited after normalisation: missing names repeat the last one.
-  NuvikConfig edited({1}, "stat_counter");
+  NuvikConfig edited({1}, "markov_chain3_invalidate");
   edited.params = {1, 1, 1};
-  EXPECT_EQ(Slots(Nuvik(edited)), "stat_counter, stat_counter, stat_counter ]");
+  EXPECT_EQ(Slots(Nuvik(edited)), "markov_chain3_invalidate, markov_chain3_invalidate, markov_chain3_invalidate ]");
   edited.names.clear();
   EXPECT_EQ(Slots(Nuvik(edited)), "stat_counter, stat_counter, stat_counter ]");
   edited.params.clear();

@@ -4,7 +4,6 @@
 #include <random>
 
 #include <gtest/gtest.h>
-#include <nuvik/Nuvik.h>
 
 #include "TestUtil.h"
 
@@ -68,8 +67,6 @@ struct LiteralMarkov {
 
 TEST(MarkovChain3Test, CountsFromTheFifthLaunchAndFallsBackToTransitionsInto) {
   MarkovChain3 markov;
-  EXPECT_EQ(Nuvik(std::vector<std::string>{markov.name}).PrintNuvikInfo(),
-            "NUVIK library 1.3 [ predictors list: markov_chain3_invalidate ]");
   EXPECT_EQ(WriteJson(markov.SerializeJson()), R"({"last":null,"markovChain":null,"strToId":null})");
   EXPECT_FALSE(markov.DeserializeJson(markov.SerializeJson()));
   Launch(markov, {"app1", "app2", "app3"});
