@@ -1,4 +1,5 @@
-// Feeds a short morning routine to a facade and prints what it predicts next.
+// Feeds a short morning routine to a facade and prints how it ranked the
+// applications for the last launch, from what it had learned before it.
 #include <iostream>
 
 #include <nuvik/Nuvik.h>
@@ -23,7 +24,7 @@ int main() {
   }
   nuvik.Update("alarm", At(8, 0));
 
-  std::cout << nuvik.PrintNuvikInfo() << "\n\nNext after \"alarm\" at 08:00:\n";
+  std::cout << nuvik.PrintNuvikInfo() << "\n\nRanked for the launch at 08:00:\n";
   for (const std::string& app : nuvik.GetNext()) {
     std::cout << "  " << app << "  " << nuvik.GetWeightSingle(app) << "\n";
   }
