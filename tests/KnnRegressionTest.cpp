@@ -100,7 +100,8 @@ TEST(KnnRegressionTest, DistanceAddsPenaltiesForOtherApplicationsAndKernelsBySel
   }
 }
 
-TEST(KnnRegressionTest, SavesAndReadsBackIntoAFreshPredictor) {
+// Trained models round-trip through the facade's document tests.
+TEST(KnnRegressionTest, FreshModelIsWrittenAsNullsThatItsReaderRejects) {
   const Json::Value empty = KnnRegression(-1).SerializeJson();
   Json::Value expected = ParseJson(R"({"function": 18446744073709551615, "previous": [0, 0, 0], "strToId": null})");
   expected["counters"].resize(576);
@@ -108,12 +109,6 @@ TEST(KnnRegressionTest, SavesAndReadsBackIntoAFreshPredictor) {
   KnnRegression reader;
   EXPECT_FALSE(reader.DeserializeJson(empty));  // rejected at "strToId" after taking the kernel
   EXPECT_EQ(Member(reader, "function"), "18446744073709551615");
-
-  KnnRegression trained(2);
-  for (int i = 0; i < 40; ++i) Launch(trained, "app" + std::to_string(i % 7), 8 + i % 3, i);
-  KnnRegression loaded;
-  ASSERT_TRUE(loaded.DeserializeJson(ParseJson(WriteJson(trained.SerializeJson()))));
-  EXPECT_EQ(WriteJson(loaded.SerializeJson()), WriteJson(trained.SerializeJson()));
 }
 
 TEST(KnnRegressionTest, FailedLoadsKeepWhatTheEarlierStepsRead) {
