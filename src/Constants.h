@@ -117,6 +117,25 @@ inline const std::map<std::string, double> kDefaultWeights = {
     {kTransitionFeature + "9", 0.178104594349861},
 };
 
+// The default weights read once, by feature.
+struct FeatureWeights {
+  double transition[10];
+  double prev[10];
+  double time;
+  double counter;
+};
+
+inline const FeatureWeights kFeatureWeights = [] {
+  FeatureWeights weights{};
+  for (int k = 0; k < 10; ++k) {
+    weights.transition[k] = kDefaultWeights.at(kTransitionFeature + std::to_string(k));
+    weights.prev[k] = kDefaultWeights.at(kPrevFeature + std::to_string(k));
+  }
+  weights.time = kDefaultWeights.at(kTimeFeature);
+  weights.counter = kDefaultWeights.at(kCounterFeature);
+  return weights;
+}();
+
 // Five-minute slots of the day.
 inline constexpr int kSlotsPerDay = 288;
 

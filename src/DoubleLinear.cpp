@@ -1,7 +1,7 @@
 #include "DoubleLinear.h"
 
+#include <algorithm>
 #include <utility>
-#include <vector>
 
 #include <json/value.h>
 
@@ -14,6 +14,14 @@ namespace {
 constexpr int kTransitionSteps = 10;
 constexpr std::size_t kHistory = 10;
 constexpr double kMinDenominator = 1e-9;
+constexpr std::uint32_t kNowhere = UINT32_MAX;
+
+// The pooled value of two fractions of one feature; a missing fraction is 0/0.
+double Pool(const Linear::Fraction& first, const Linear::Fraction& second) {
+  const double numerator = first.numerator + second.numerator;
+  const double denominator = first.denominator + second.denominator;
+  return denominator < kMinDenominator ? 0.0 : numerator / denominator;
+}
 
 }  // namespace
 
@@ -29,6 +37,7 @@ void DoubleLinear::Update(const Updater& updater) {
     // Turnover: the younger stage becomes the first, the older one is dropped.
     std::swap(firstLinear, secondLinear);
     secondLinear = std::make_unique<Linear>();
+    pooledStale = true;
     secondLinear->UpdateTime(lastTime);
     // Most recent first into a queue that pushes at the front: the new stage's
     // history is the survivor's reversed, a deliberate quirk.
@@ -52,71 +61,155 @@ void DoubleLinear::UpdateTime(const std::tm& time) {
   secondLinear->UpdateTime(time);
 }
 
-void DoubleLinear::Combine(const std::map<std::string, Linear::Fraction>& first,
-                           const std::map<std::string, Linear::Fraction>& second, const std::string& key) {
-  const double weight = kDefaultWeights.at(key);
-  // prediction holds exactly the application set; all three maps are in name
-  // order, so one merged walk finds each application's two fractions.
-  auto inFirst = first.begin();
-  auto inSecond = second.begin();
-  for (auto& [app, score] : prediction) {
-    while (inFirst != first.end() && inFirst->first < app) ++inFirst;
-    while (inSecond != second.end() && inSecond->first < app) ++inSecond;
-    const Linear::Fraction x = inFirst != first.end() && inFirst->first == app ? inFirst->second : Linear::Fraction{};
-    const Linear::Fraction y =
-        inSecond != second.end() && inSecond->first == app ? inSecond->second : Linear::Fraction{};
-    const double numerator = x.numerator + y.numerator;
-    const double denominator = x.denominator + y.denominator;
-    const double value = denominator < kMinDenominator ? 0.0 : numerator / denominator;
-    score += value * weight;
+void DoubleLinear::RefreshPooledNames() {
+  if (!pooledStale && firstRevision == firstLinear->DictionaryRevision() &&
+      secondRevision == secondLinear->DictionaryRevision()) {
+    return;
   }
+  auto names = std::make_shared<PooledNames>();
+  const Linear& first = *firstLinear;
+  const Linear& second = *secondLinear;
+  pooledOfFirst.assign(first.NameCount(), kNowhere);
+  pooledOfSecond.assign(second.NameCount(), kNowhere);
+  auto inFirst = first.SlotsByName().begin();
+  auto inSecond = second.SlotsByName().begin();
+  const auto firstEnd = first.SlotsByName().end();
+  const auto secondEnd = second.SlotsByName().end();
+  while (inFirst != firstEnd || inSecond != secondEnd) {
+    const bool takeFirst = inSecond == secondEnd || (inFirst != firstEnd && first.NameOf(*inFirst) <= second.NameOf(*inSecond));
+    const bool takeSecond =
+        inFirst == firstEnd || (inSecond != secondEnd && second.NameOf(*inSecond) <= first.NameOf(*inFirst));
+    const auto position = static_cast<std::uint32_t>(names->names.size());
+    names->names.push_back(takeFirst ? first.NameOf(*inFirst) : second.NameOf(*inSecond));
+    names->first.push_back(takeFirst ? std::int64_t{*inFirst} : -1);
+    names->second.push_back(takeSecond ? std::int64_t{*inSecond} : -1);
+    if (takeFirst) pooledOfFirst[*inFirst++] = position;
+    if (takeSecond) pooledOfSecond[*inSecond++] = position;
+  }
+  pooled = std::move(names);
+  pooledStale = false;
+  firstRevision = first.DictionaryRevision();
+  secondRevision = second.DictionaryRevision();
 }
 
-// Pooled, the previous-launch fractions give 1 to an application at that
-// place of either history (1/1 or 2/2) and 0 to every other one, which leaves
-// its score as it is.
-void DoubleLinear::AddPreviousLaunch(const std::string* first, const std::string* second, const std::string& key) {
-  const double weight = kDefaultWeights.at(key);
-  if (second != nullptr && first != nullptr && *second == *first) second = nullptr;
-  for (const std::string* name : {first, second}) {
-    if (name == nullptr) continue;
-    const auto entry = prediction.find(*name);
-    if (entry != prediction.end()) entry->second += 1.0 * weight;
-  }
-}
-
+// The prediction holds the names that either stage counts, each adding its
+// pooled features in the order counter, transitions, previous launches,
+// time. A pooled value of 0 (from fractions that a name lacks in both stages)
+// leaves a score as it is, so only the names a feature reaches are visited.
 void DoubleLinear::RefreshPrediction() {
-  // Checking the flag first skips building the name list; both tests are
-  // free of side effects, so the order does not matter.
-  if (predictionValid || firstLinear->GetLastLaunches().size() < kHistory) return;
-  prediction.clear();
-  const auto firstCounter = firstLinear->PredictCounter();
-  const auto secondCounter = secondLinear->PredictCounter();
-  for (const auto& entry : firstCounter) prediction.emplace_hint(prediction.end(), entry.first, 0.0);
-  for (const auto& entry : secondCounter) prediction.emplace(entry.first, 0.0);
-  Combine(firstCounter, secondCounter, kCounterFeature);
-  for (int k = 0; k < kTransitionSteps; ++k) {
-    Combine(firstLinear->PredictTransition(k), secondLinear->PredictTransition(k),
-            kTransitionFeature + std::to_string(k));
+  if (predictionValid || firstLinear->HistorySize() < kHistory) return;
+  RefreshPooledNames();
+  const Linear& first = *firstLinear;
+  const Linear& second = *secondLinear;
+  const PooledNames& names = *pooled;
+  const std::size_t count = names.names.size();
+  const FeatureWeights& weight = kFeatureWeights;
+  scores.assign(count, 0.0);
+  scored.assign(count, false);
+
+  const double firstCounter = first.CounterDenominator();
+  const double secondCounter = second.CounterDenominator();
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::int32_t* x = names.first[i] < 0 ? nullptr : first.CountOf(static_cast<std::uint32_t>(names.first[i]));
+    const std::int32_t* y =
+        names.second[i] < 0 ? nullptr : second.CountOf(static_cast<std::uint32_t>(names.second[i]));
+    if (x == nullptr && y == nullptr) continue;
+    scored[i] = true;
+    scores[i] += Pool(x == nullptr ? Linear::Fraction{} : Linear::Fraction{static_cast<double>(*x), firstCounter},
+                      y == nullptr ? Linear::Fraction{} : Linear::Fraction{static_cast<double>(*y), secondCounter}) *
+                 weight.counter;
   }
+
+  firstFractions.resize(count);
+  secondFractions.resize(count);
+  reachedStamp.resize(count, 0);
   for (int k = 0; k < kTransitionSteps; ++k) {
-    AddPreviousLaunch(firstLinear->PreviousLaunch(k), secondLinear->PreviousLaunch(k),
-                      kPrevFeature + std::to_string(k));
+    ++stamp;
+    reached.clear();
+    const auto reach = [&](std::uint32_t position, std::vector<Linear::Fraction>& fractions, double numerator,
+                           double denominator) {
+      if (reachedStamp[position] != stamp) {
+        reachedStamp[position] = stamp;
+        reached.push_back(position);
+        firstFractions[position] = secondFractions[position] = Linear::Fraction{};
+      }
+      fractions[position] = Linear::Fraction{numerator, denominator};
+    };
+    first.ForEachTransition(k, [&](std::uint32_t slot, double numerator, double denominator) {
+      reach(pooledOfFirst[slot], firstFractions, numerator, denominator);
+    });
+    second.ForEachTransition(k, [&](std::uint32_t slot, double numerator, double denominator) {
+      reach(pooledOfSecond[slot], secondFractions, numerator, denominator);
+    });
+    for (const std::uint32_t i : reached) {
+      if (scored[i]) scores[i] += Pool(firstFractions[i], secondFractions[i]) * weight.transition[k];
+    }
   }
+
+  // The previous-launch fractions pool to 1 for an application at that place
+  // of either history (1/1 or 2/2) and to 0 for every other one.
+  for (int k = 0; k < kTransitionSteps; ++k) {
+    const std::int64_t x = first.PreviousSlot(k);
+    const std::int64_t y = second.PreviousSlot(k);
+    const std::uint32_t inFirst = x < 0 ? kNowhere : pooledOfFirst[static_cast<std::size_t>(x)];
+    std::uint32_t inSecond = y < 0 ? kNowhere : pooledOfSecond[static_cast<std::size_t>(y)];
+    if (inSecond == inFirst) inSecond = kNowhere;
+    for (const std::uint32_t i : {inFirst, inSecond}) {
+      if (i != kNowhere && scored[i]) scores[i] += 1.0 * weight.prev[k];
+    }
+  }
+
   const int slot = TimeSlot(lastTime.tm_hour, lastTime.tm_min);
-  Combine(firstLinear->PredictTime(slot), secondLinear->PredictTime(slot), kTimeFeature);
+  const double firstTime = first.TimeNumerators(slot, firstNumerators);
+  const double secondTime = second.TimeNumerators(slot, secondNumerators);
+  for (std::size_t i = 0; i < count; ++i) {
+    if (!scored[i]) continue;
+    const std::int64_t x = names.first[i];
+    const std::int64_t y = names.second[i];
+    scores[i] += Pool(x < 0 ? Linear::Fraction{} : Linear::Fraction{firstNumerators[static_cast<std::size_t>(x)], firstTime},
+                      y < 0 ? Linear::Fraction{}
+                            : Linear::Fraction{secondNumerators[static_cast<std::size_t>(y)], secondTime}) *
+                 weight.time;
+  }
+  if (predictionNames != pooled) {
+    predictionNames = pooled;
+    ++predictionRevision;
+  }
   predictionValid = true;
+}
+
+std::int64_t DoubleLinear::ScoredPosition(const std::string& app) const {
+  if (!predictionNames) return -1;
+  const std::vector<std::string>& names = predictionNames->names;
+  const auto it = std::lower_bound(names.begin(), names.end(), app);
+  if (it == names.end() || *it != app) return -1;
+  return it - names.begin();
 }
 
 std::map<std::string, double> DoubleLinear::Predict() {
   RefreshPrediction();
-  return prediction;
+  std::map<std::string, double> result;
+  for (std::size_t i = 0; i < scores.size(); ++i) {
+    if (scored[i]) result.emplace_hint(result.end(), predictionNames->names[i], scores[i]);
+  }
+  return result;
 }
 
 double DoubleLinear::GetPrediction(const std::string& app) {
   RefreshPrediction();
-  const auto it = prediction.find(app);
-  return it == prediction.end() ? 0.0 : it->second;
+  const std::int64_t position = ScoredPosition(app);
+  return position < 0 || !scored[static_cast<std::size_t>(position)] ? 0.0 : scores[static_cast<std::size_t>(position)];
+}
+
+void DoubleLinear::ScoreApps(const std::tm& time, const AppList& apps, double* result) {
+  UpdateTime(time);
+  RefreshPrediction();
+  const auto& positionOf =
+      positionOfApp.Get(apps, predictionRevision, [this](const std::string& app) { return ScoredPosition(app); });
+  for (std::size_t i = 0; i < positionOf.size(); ++i) {
+    const std::int64_t position = positionOf[i];
+    result[i] = position < 0 || !scored[static_cast<std::size_t>(position)] ? 0.0 : scores[static_cast<std::size_t>(position)];
+  }
 }
 
 Json::Value DoubleLinear::SerializeJson() const {
@@ -128,6 +221,7 @@ Json::Value DoubleLinear::SerializeJson() const {
 
 void DoubleLinear::ReseedSecondStage() {
   secondLinear = std::make_unique<Linear>();
+  pooledStale = true;
   for (const std::string& name : firstLinear->GetLastLaunches()) secondLinear->UpdateLastLaunches(name);
 }
 
@@ -136,6 +230,7 @@ bool DoubleLinear::DeserializeJson(const Json::Value& value) {
   if (value.empty() || !value.isObject()) return false;
   if (!value.isMember(kFirstLinear) || !value.isMember(kSecondLinear)) return false;
   const Json::Value& first = value[kFirstLinear];
+  pooledStale = true;
   if (first.empty() || !firstLinear->DeserializeJson(first)) return false;
   const Json::Value& second = value[kSecondLinear];
   if (!second.empty() && secondLinear->DeserializeJson(second)) return true;

@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "Linear.h"
 #include "Predictor.h"
@@ -30,33 +31,65 @@ class DoubleLinear : public Predictor {
   // when the first stage's history holds ten launches and a launch was learned
   // since the last computation. A fresh map each call.
   std::map<std::string, double> Predict() override;
-  // Score of one application from the same cache as Predict (without copying
-  // it); 0.0 for an application without a score.
+  // Score of one application from the same cache; 0.0 for one without a score.
   double GetPrediction(const std::string& app) override;
   // {"firstLinear": ..., "secondLinear": ...}, each a Linear model object.
   Json::Value SerializeJson() const override;
   // False when the object or its first stage is rejected; a missing-in-value
   // or rejected second stage is replaced by a fresh one seeded with the first
-  // stage's history (reversed).
+  // stage's history (reversed). Keeps the cached prediction.
   bool DeserializeJson(const Json::Value& value) override;
+  void ScoreApps(const std::tm& time, const AppList& apps, double* scores) override;
 
  private:
-  // Recomputes prediction exactly when Predict would.
+  // The names of both stages in name order, each with its slot in either
+  // stage (-1 where the stage lacks it).
+  struct PooledNames {
+    std::vector<std::string> names;
+    std::vector<std::int64_t> first;
+    std::vector<std::int64_t> second;
+  };
+
+  // Rebuilds the pooled names when a stage's dictionary changed.
+  void RefreshPooledNames();
+  // Recomputes the prediction exactly when Predict would.
   void RefreshPrediction();
-  // Adds the pooled fractions of one feature for every application in apps.
-  void Combine(const std::map<std::string, Linear::Fraction>& first,
-               const std::map<std::string, Linear::Fraction>& second, const std::string& key);
-  // Adds the previous-launch feature, given by the name at that place of each
-  // stage's history.
-  void AddPreviousLaunch(const std::string* first, const std::string* second, const std::string& key);
+  // Position of `app` among the names of the prediction; -1 when it has no score.
+  std::int64_t ScoredPosition(const std::string& app) const;
   // A fresh second stage whose history is the first stage's, reversed.
   void ReseedSecondStage();
 
-  std::map<std::string, double> prediction;
   std::unique_ptr<Linear> firstLinear;
   std::unique_ptr<Linear> secondLinear;
   bool predictionValid = false;
   std::tm lastTime{};
+
+  // The pooled names of the current stages, valid while `pooledStale` is false
+  // and the stages' dictionary revisions are the recorded ones.
+  std::shared_ptr<const PooledNames> pooled;
+  bool pooledStale = true;
+  std::uint64_t firstRevision = 0;
+  std::uint64_t secondRevision = 0;
+  // Pooled position of each stage's name slots.
+  std::vector<std::uint32_t> pooledOfFirst;
+  std::vector<std::uint32_t> pooledOfSecond;
+
+  // The last prediction: the names it was computed over, whether each has a
+  // score (it is counted by a stage) and the score.
+  std::shared_ptr<const PooledNames> predictionNames;
+  std::vector<bool> scored;
+  std::vector<double> scores;
+  std::uint64_t predictionRevision = 0;
+  AppListIndex<std::int64_t> positionOfApp;
+
+  // Scratch of a recomputation.
+  std::vector<double> firstNumerators;
+  std::vector<double> secondNumerators;
+  std::vector<Linear::Fraction> firstFractions;
+  std::vector<Linear::Fraction> secondFractions;
+  std::vector<std::uint32_t> reached;
+  std::vector<std::uint64_t> reachedStamp;
+  std::uint64_t stamp = 0;
 };
 
 }  // namespace NuvikPrediction

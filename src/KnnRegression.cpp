@@ -44,7 +44,10 @@ void KnnRegression::Update(const Updater& updater) {
   }
 
   const auto [entry, added] = strToId.try_emplace(updater.app, nextId);
-  if (added) ++nextId;
+  if (added) {
+    ++nextId;
+    ++dictionaryRevision;
+  }
   const std::int32_t before = (previousIndex + 1) % 2;
   SetPrevious(previousIndex, entry->second);
   // The very first launch pairs with the initial 0, its own id.
@@ -67,6 +70,30 @@ double KnnRegression::GetPrediction(const std::string& app) {
   const auto numerator = spanNumerators.find(entry->second);
   // NaN when no pair lies in the span, on purpose.
   return (numerator == spanNumerators.end() ? 0.0 : numerator->second) / spanDenominator;
+}
+
+void KnnRegression::ScoreApps(const std::tm& time, const AppList& apps, double* scores) {
+  UpdateTime(time);
+  RefreshSpan();
+  const auto& idOf = idOfApp.Get(apps, dictionaryRevision, [this](const std::string& app) {
+    const auto entry = strToId.find(app);
+    return entry == strToId.end() ? AppId{false, 0} : AppId{true, entry->second};
+  });
+  if (appsByIdGeneration != idOfApp.generation()) {
+    appsById.clear();
+    for (std::size_t i = 0; i < idOf.size(); ++i) {
+      if (idOf[i].known) appsById.emplace_back(idOf[i].id, i);
+    }
+    std::sort(appsById.begin(), appsById.end());
+    appsByIdGeneration = idOfApp.generation();
+  }
+  // A known application without pairs in the span scores 0.0 / denominator.
+  for (std::size_t i = 0; i < idOf.size(); ++i) scores[i] = idOf[i].known ? 0.0 / spanDenominator : 0.0;
+  auto app = appsById.begin();
+  for (const auto& [id, numerator] : spanNumerators) {
+    while (app != appsById.end() && app->first < id) ++app;
+    for (; app != appsById.end() && app->first == id; ++app) scores[app->second] = numerator / spanDenominator;
+  }
 }
 
 // For slots j = max(0, s - 26) .. min(287, s + 26) ascending, an application
@@ -229,6 +256,7 @@ std::set<std::uint64_t> KnnRegression::DeserializeStrToId(const Json::Value& dic
     const std::uint64_t id = element[kId].asUInt64();
     known.insert(id);
     strToId[element[kApp].asString()] = id;
+    ++dictionaryRevision;
   }
   return known;
 }

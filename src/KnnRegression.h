@@ -46,6 +46,7 @@ class KnnRegression final : public Predictor {
   // value and may leave it partly read: the kernel, the recent ids, the
   // dictionary, then the pairs.
   bool DeserializeJson(const Json::Value& value) override;
+  void ScoreApps(const std::tm& time, const AppList& apps, double* scores) override;
 
   // Kernel-weighted count, at slot distance `distance`, of the pairs of
   // counters[table] (0..575) from (id, 0) to (id, nextId), those that
@@ -98,6 +99,18 @@ class KnnRegression final : public Predictor {
   bool spanValid = false;
   std::map<std::uint64_t, double> spanNumerators;
   double spanDenominator = 0.0;
+
+  // Changes whenever the dictionary gains a name.
+  std::uint64_t dictionaryRevision = 0;
+  struct AppId {
+    bool known;
+    std::uint64_t id;
+  };
+  AppListIndex<AppId> idOfApp;
+  // (id, position in the facade's list) of the known applications, by id,
+  // built for generation `appsByIdGeneration` of idOfApp.
+  std::vector<std::pair<std::uint64_t, std::size_t>> appsById;
+  std::uint64_t appsByIdGeneration = 0;
 };
 
 }  // namespace NuvikPrediction

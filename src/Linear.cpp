@@ -13,7 +13,6 @@ namespace NuvikPrediction {
 
 namespace {
 
-constexpr std::size_t kTransitionSteps = 10;
 constexpr std::size_t kFullApplications = 5000;
 constexpr int kTimeKernelReach = 25;
 constexpr double kMinDenominator = 1e-9;
@@ -22,26 +21,108 @@ constexpr double kMinDenominator = 1e-9;
 // widened with sign extension.
 Json::UInt64 Widen(std::int32_t value) { return static_cast<Json::UInt64>(static_cast<Json::Int64>(value)); }
 
+double Value(double numerator, double denominator) {
+  return denominator < kMinDenominator ? 0.0 : numerator / denominator;
+}
+
+// Weight of a launch d buckets away from the current one: 1 at d = 0 down to
+// 1/26 at |d| = 25.
+struct TimeKernel {
+  double weights[2 * kTimeKernelReach + 1];
+  TimeKernel() {
+    for (int d = -kTimeKernelReach; d <= kTimeKernelReach; ++d) {
+      weights[d + kTimeKernelReach] = 1.0 + static_cast<double>(std::abs(d)) / -26.0;
+    }
+  }
+};
+
+const TimeKernel kTimeKernel;
+
 }  // namespace
 
-Linear::Linear()
-    : Predictor(kLinearName),
-      transitions(kTransitionSteps),
-      sumTransitions(kTransitionSteps),
-      timeBuckets(kSlotsPerDay) {}
+// ---------------------------------------------------------------- ids
+
+std::uint32_t Linear::IdIndex::Find(std::int32_t id) const {
+  if (id >= 0 && static_cast<std::size_t>(id) < direct.size()) return direct[static_cast<std::size_t>(id)];
+  if (others.empty()) return kNone;
+  const auto it = others.find(id);
+  return it == others.end() ? kNone : it->second;
+}
+
+std::uint32_t Linear::IdIndex::Add(std::int32_t id) {
+  const std::uint32_t found = Find(id);
+  if (found != kNone) return found;
+  const auto index = static_cast<std::uint32_t>(ids.size());
+  // Ids are dense in practice; far outliers (only from a loaded document)
+  // go to the map instead of a huge table.
+  if (id >= 0 && static_cast<std::size_t>(id) <= 2 * ids.size() + 1024) {
+    if (direct.size() <= static_cast<std::size_t>(id)) direct.resize(static_cast<std::size_t>(id) + 1, kNone);
+    direct[static_cast<std::size_t>(id)] = index;
+  } else {
+    others.emplace(id, index);
+  }
+  ids.push_back(id);
+  return index;
+}
+
+void Linear::IdIndex::Clear() {
+  direct.clear();
+  others.clear();
+  ids.clear();
+}
+
+Linear::Linear() : Predictor(kLinearName), timeBuckets(kSlotsPerDay) {}
+
+std::int64_t Linear::SlotOfId(std::int32_t id) const {
+  const std::uint32_t index = ids.Find(id);
+  return index == IdIndex::kNone ? -1 : slotOfId[index];
+}
+
+void Linear::NameId(std::int32_t id, std::uint32_t slot) {
+  const std::uint32_t index = ids.Add(id);
+  if (slotOfId.size() < ids.size()) {
+    slotOfId.resize(ids.size(), -1);
+    countOfId.resize(ids.size(), nullptr);
+  }
+  slotOfId[index] = slot;
+}
+
+std::uint32_t Linear::AddNameSlot(const std::string* name) {
+  const auto slot = static_cast<std::uint32_t>(slotNames.size());
+  slotNames.push_back(name);
+  idOfSlot.push_back(0);
+  const auto position = std::lower_bound(slotsByName.begin(), slotsByName.end(), *name,
+                                         [this](std::uint32_t other, const std::string& key) {
+                                           return *slotNames[other] < key;
+                                         });
+  slotsByName.insert(position, slot);
+  return slot;
+}
 
 // ---------------------------------------------------------------- learning
+
+Linear::Cell& Linear::CellOf(Cells& cells, std::int32_t id) {
+  auto cell = std::lower_bound(cells.begin(), cells.end(), id, [](const Cell& c, std::int32_t key) { return c.id < key; });
+  if (cell == cells.end() || cell->id != id) cell = cells.insert(cell, Cell{id, 0});
+  return *cell;
+}
 
 void Linear::UpdateDict(const std::string& app) {
   if (strToId.count(app) != 0) return;
   const auto id = static_cast<std::int32_t>(strToId.size());
-  strToId[app] = id;
-  idToStr[id] = app;
+  const auto entry = strToId.emplace(app, NameEntry{id, 0}).first;
+  const std::uint32_t slot = AddNameSlot(&entry->first);
+  entry->second.slot = slot;
+  // The id may already name another application (only after loading sparse
+  // ids): it is taken over in the id-to-name direction.
+  NameId(id, slot);
+  idOfSlot[slot] = ids.Find(id);
+  ++dictionaryRevision;
 }
 
 void Linear::UpdateLastLaunches(const std::string& app) {
   UpdateDict(app);
-  lastLaunches.push_front(strToId[app]);
+  lastLaunches.push_front(strToId.find(app)->second.id);
   if (lastLaunches.size() > kHistory) lastLaunches.pop_back();
 }
 
@@ -49,8 +130,8 @@ std::vector<std::string> Linear::GetLastLaunches() const {
   std::vector<std::string> names;
   names.reserve(lastLaunches.size());
   for (const std::int32_t id : lastLaunches) {
-    const auto it = idToStr.find(id);
-    names.push_back(it == idToStr.end() ? std::string() : it->second);
+    const std::int64_t slot = SlotOfId(id);
+    names.push_back(slot < 0 ? std::string() : NameOf(static_cast<std::uint32_t>(slot)));
   }
   return names;
 }
@@ -64,123 +145,116 @@ bool Linear::IsFull() const { return statCounter.size() > kFullApplications; }
 void Linear::Update(const Updater& updater) {
   predictionValid = false;
   UpdateDict(updater.app);
-  const std::int32_t launched = strToId[updater.app];
-  const std::size_t steps = std::min(lastLaunches.size(), kTransitionSteps);
+  const std::int32_t launched = strToId.find(updater.app)->second.id;
+  const std::size_t steps = std::min(lastLaunches.size(), kSteps);
   for (std::size_t k = 0; k < steps; ++k) {
-    const std::int32_t previous = lastLaunches[k];
-    std::int32_t& count = transitions[k][previous][launched];
-    count = WrappingAdd(count, 1);
-    std::int32_t& sum = sumTransitions[k][previous];
-    sum = WrappingAdd(sum, 1);
+    Row& row = transitions[k][lastLaunches[k]];
+    Cell& cell = CellOf(row.cells, launched);
+    cell.count = WrappingAdd(cell.count, 1);
+    row.sum = WrappingAdd(row.sum, 1);
   }
   currentBucket = TimeSlot(updater.hour, updater.minute);
-  std::int32_t& inBucket = timeBuckets[static_cast<std::size_t>(currentBucket)][launched];
-  inBucket = WrappingAdd(inBucket, 1);
-  std::int32_t& launches = statCounter[launched];
-  launches = WrappingAdd(launches, 1);
+  Cell& inBucket = CellOf(timeBuckets[static_cast<std::size_t>(currentBucket)], launched);
+  inBucket.count = WrappingAdd(inBucket.count, 1);
+  const auto [count, added] = statCounter.try_emplace(launched, 0);
+  count->second = WrappingAdd(count->second, 1);
+  if (added) countOfId[ids.Find(launched)] = &count->second;
+  launchTotal = WrappingAdd(launchTotal, 1);
   UpdateLastLaunches(updater.app);
 }
 
 // -------------------------------------------------------------- prediction
 
-Linear::FeatureResult Linear::PredictTransition(int k) const {
-  FeatureResult result;
-  if (k < 0 || static_cast<std::size_t>(k) >= kTransitionSteps || static_cast<std::size_t>(k) >= lastLaunches.size()) {
-    return result;
-  }
-  const auto step = static_cast<std::size_t>(k);
-  const std::int32_t previous = lastLaunches[step];
-  const auto row = transitions[step].find(previous);
-  if (row == transitions[step].end() || row->second.empty()) return result;
-  const auto sum = sumTransitions[step].find(previous);
-  for (const auto& [launched, count] : row->second) {
-    const auto name = idToStr.find(launched);
-    if (sum == sumTransitions[step].end() || name == idToStr.end()) continue;
-    result[name->second] = Fraction{static_cast<double>(count), static_cast<double>(sum->second)};
-  }
-  return result;
+std::int64_t Linear::PreviousSlot(int k) const {
+  if (k < 0 || static_cast<std::size_t>(k) >= lastLaunches.size()) return -1;
+  return SlotOfId(lastLaunches[static_cast<std::size_t>(k)]);
 }
 
-const std::string* Linear::PreviousLaunch(int k) const {
-  if (k < 0 || static_cast<std::size_t>(k) >= lastLaunches.size()) return nullptr;
-  const auto it = idToStr.find(lastLaunches[static_cast<std::size_t>(k)]);
-  return it == idToStr.end() ? nullptr : &it->second;
-}
-
-Linear::FeatureResult Linear::PredictTime(int bucket) const {
-  FeatureResult result;
-  for (const auto& entry : strToId) result.emplace_hint(result.end(), entry.first, Fraction{});
+double Linear::TimeNumerators(int bucket, std::vector<double>& numerators) const {
+  numerators.assign(slotNames.size(), 0.0);
   for (int d = -kTimeKernelReach; d <= kTimeKernelReach; ++d) {
     const int slot = ((bucket + kSlotsPerDay + d) % kSlotsPerDay + kSlotsPerDay) % kSlotsPerDay;
-    const double weight = 1.0 + static_cast<double>(std::abs(d)) / -26.0;
-    for (const auto& [id, count] : timeBuckets[static_cast<std::size_t>(slot)]) {
-      const auto name = idToStr.find(id);
-      if (name == idToStr.end()) continue;
-      result[name->second].numerator += weight * static_cast<double>(count);
+    const double weight = kTimeKernel.weights[d + kTimeKernelReach];
+    for (const Cell& cell : timeBuckets[static_cast<std::size_t>(slot)]) {
+      const std::int64_t name = SlotOfId(cell.id);
+      if (name >= 0) numerators[static_cast<std::size_t>(name)] += weight * static_cast<double>(cell.count);
     }
   }
+  // Summed in name order.
   double sum = 0.0;
-  for (const auto& entry : result) sum += entry.second.numerator;
-  const double denominator = std::max(sum, 1.0);
-  for (auto& entry : result) entry.second.denominator = denominator;
-  return result;
+  for (const std::uint32_t name : slotsByName) sum += numerators[name];
+  return std::max(sum, 1.0);
 }
 
-Linear::FeatureResult Linear::PredictCounter() const {
-  std::int32_t total = 0;
-  for (const auto& entry : statCounter) total = WrappingAdd(total, entry.second);
-  const auto denominator = static_cast<double>(std::max(total, std::int32_t{1}));
-  FeatureResult result;
-  for (const auto& [name, id] : strToId) {
-    const auto count = statCounter.find(id);
-    if (count == statCounter.end()) continue;
-    result.emplace_hint(result.end(), name, Fraction{static_cast<double>(count->second), denominator});
+std::map<std::string, Linear::Fraction> Linear::PredictTime(int bucket) const {
+  std::vector<double> numerators;
+  const double denominator = TimeNumerators(bucket, numerators);
+  std::map<std::string, Fraction> result;
+  for (const std::uint32_t slot : slotsByName) {
+    result.emplace_hint(result.end(), NameOf(slot), Fraction{numerators[slot], denominator});
   }
   return result;
 }
 
-void Linear::AddPredictionResult(const FeatureResult& result, std::string key) {
-  const double weight = kDefaultWeights.at(key);
-  // Both maps are in name order: one merged walk instead of a lookup per name.
-  auto position = prediction.begin();
-  for (const auto& [name, fraction] : result) {
-    const double value =
-        fraction.denominator < kMinDenominator ? 0.0 : fraction.numerator / fraction.denominator;
-    while (position != prediction.end() && position->first < name) ++position;
-    if (position == prediction.end() || position->first != name) position = prediction.emplace_hint(position, name, 0.0);
-    position->second += value * weight;
-  }
-}
+double Linear::CounterDenominator() const { return static_cast<double>(std::max(launchTotal, std::int32_t{1})); }
 
+// Every score starts at +0.0 and only ever adds finite terms, so it is never
+// -0.0, and a feature that gives a name the value 0 (adding +0.0 or -0.0)
+// leaves its score as it is: only the names a feature reaches are visited.
+// Each score adds its features in the order transitions, previous launches,
+// time, counter.
 void Linear::RefreshPrediction() {
   if (lastLaunches.size() < kHistory || predictionValid) return;
-  prediction.clear();
-  for (const auto& entry : strToId) prediction.emplace_hint(prediction.end(), entry.first, 0.0);
-  for (int k = 0; k < static_cast<int>(kTransitionSteps); ++k) {
-    AddPredictionResult(PredictTransition(k), kTransitionFeature + std::to_string(k));
+  const FeatureWeights& weight = kFeatureWeights;
+  scores.assign(slotNames.size(), 0.0);
+  for (int k = 0; k < static_cast<int>(kSteps); ++k) {
+    ForEachTransition(k, [&](std::uint32_t slot, double numerator, double denominator) {
+      scores[slot] += Value(numerator, denominator) * weight.transition[k];
+    });
   }
-  // Every named id also has its name in strToId, so the previous launch is
-  // already in prediction; the zero fractions of the others change nothing
-  // (a score that starts at +0.0 stays unchanged when ±0.0 is added).
-  for (int k = 0; k < static_cast<int>(kTransitionSteps); ++k) {
-    if (const std::string* name = PreviousLaunch(k)) {
-      prediction[*name] += 1.0 * kDefaultWeights.at(kPrevFeature + std::to_string(k));
-    }
+  for (int k = 0; k < static_cast<int>(kSteps); ++k) {
+    const std::int64_t slot = PreviousSlot(k);
+    if (slot >= 0) scores[static_cast<std::size_t>(slot)] += 1.0 * weight.prev[k];
   }
-  AddPredictionResult(PredictTime(currentBucket), kTimeFeature);
-  AddPredictionResult(PredictCounter(), kCounterFeature);
+  const double timeDenominator = TimeNumerators(currentBucket, timeNumerators);
+  for (std::size_t slot = 0; slot < scores.size(); ++slot) {
+    if (timeNumerators[slot] != 0.0) scores[slot] += Value(timeNumerators[slot], timeDenominator) * weight.time;
+  }
+  const double counterDenominator = CounterDenominator();
+  for (std::size_t slot = 0; slot < scores.size(); ++slot) {
+    const std::int32_t* count = CountOf(static_cast<std::uint32_t>(slot));
+    if (count != nullptr) scores[slot] += Value(static_cast<double>(*count), counterDenominator) * weight.counter;
+  }
+  scoredSlots = scores.size();
   predictionValid = true;
 }
 
 std::map<std::string, double> Linear::Predict() {
   RefreshPrediction();
-  return prediction;
+  std::map<std::string, double> result;
+  for (const std::uint32_t slot : slotsByName) {
+    if (slot < scoredSlots) result.emplace_hint(result.end(), NameOf(slot), scores[slot]);
+  }
+  return result;
 }
 
 double Linear::GetPrediction(const std::string& app) {
   RefreshPrediction();
-  const auto it = prediction.find(app);
-  return it == prediction.end() ? 0.0 : it->second;
+  const auto entry = strToId.find(app);
+  return entry == strToId.end() || entry->second.slot >= scoredSlots ? 0.0 : scores[entry->second.slot];
+}
+
+void Linear::ScoreApps(const std::tm& time, const AppList& apps, double* result) {
+  UpdateTime(time);
+  RefreshPrediction();
+  const auto& slotOf = slotOfApp.Get(apps, dictionaryRevision, [this](const std::string& app) -> std::int64_t {
+    const auto entry = strToId.find(app);
+    return entry == strToId.end() ? -1 : entry->second.slot;
+  });
+  for (std::size_t i = 0; i < slotOf.size(); ++i) {
+    const std::int64_t slot = slotOf[i];
+    result[i] = slot >= 0 && static_cast<std::size_t>(slot) < scoredSlots ? scores[static_cast<std::size_t>(slot)] : 0.0;
+  }
 }
 
 // ------------------------------------------------------------- persistence
@@ -188,15 +262,15 @@ double Linear::GetPrediction(const std::string& app) {
 Json::Value Linear::SerializeTransitions() const {
   Json::Value result;
   Json::ArrayIndex index = 0;
-  for (std::size_t step = 0; step < transitions.size(); ++step) {
+  for (std::size_t step = 0; step < kSteps; ++step) {
     for (const auto& [from, row] : transitions[step]) {
-      for (const auto& [to, count] : row) {
-        if (count == 0) continue;
+      for (const Cell& cell : row.cells) {
+        if (cell.count == 0) continue;
         Json::Value& element = result[index++];
         element[LinearKeys::kStep] = Json::UInt64{step};
         element[LinearKeys::kAppFrom] = Widen(from);
-        element[LinearKeys::kAppTo] = Widen(to);
-        element[LinearKeys::kCnt] = Widen(count);
+        element[LinearKeys::kAppTo] = Widen(cell.id);
+        element[LinearKeys::kCnt] = Widen(cell.count);
       }
     }
   }
@@ -207,11 +281,11 @@ Json::Value Linear::SerializeTimeBuckets() const {
   Json::Value result;
   Json::ArrayIndex index = 0;
   for (std::size_t bucket = 0; bucket < timeBuckets.size(); ++bucket) {
-    for (const auto& [id, count] : timeBuckets[bucket]) {
+    for (const Cell& cell : timeBuckets[bucket]) {
       Json::Value& element = result[index++];
       element[LinearKeys::kBucket] = Json::UInt64{bucket};
-      element[LinearKeys::kBucketApp] = Widen(id);
-      element[LinearKeys::kBucketCnt] = Widen(count);
+      element[LinearKeys::kBucketApp] = Widen(cell.id);
+      element[LinearKeys::kBucketCnt] = Widen(cell.count);
     }
   }
   return result;
@@ -227,10 +301,10 @@ Json::Value Linear::SerializeLastLaunches() const {
 Json::Value Linear::SerializeAppToId() const {
   Json::Value result;
   Json::ArrayIndex index = 0;
-  for (const auto& [app, id] : strToId) {
+  for (const auto& [app, entry] : strToId) {
     Json::Value& element = result[index++];
     element[LinearKeys::kApp] = app;
-    element[LinearKeys::kId] = Widen(id);
+    element[LinearKeys::kId] = Widen(entry.id);
   }
   return result;
 }
@@ -266,72 +340,78 @@ bool Linear::CheckModelJson(const Json::Value& value) const {
 }
 
 std::set<std::uint64_t> Linear::DeserializeLastLaunches(const Json::Value& array) {
-  std::set<std::uint64_t> ids;
-  if (!array.isArray()) return ids;
+  std::set<std::uint64_t> read;
+  if (!array.isArray()) return read;
   for (Json::ArrayIndex i = 0; i < array.size(); ++i) {
     const Json::Value& element = array[i];
     if (!HasUnsignedMembers(element, LinearKeys::kLastApp)) continue;
     const std::uint64_t id = element[LinearKeys::kLastApp].asUInt64();
     lastLaunches.push_back(Narrow32(id));
-    ids.insert(id);
+    read.insert(id);
   }
-  return ids;
+  return read;
 }
 
+// Names and ids are assigned one element at a time, each direction
+// overwriting what it held: a repeated name takes the later id, a repeated id
+// the later name.
 std::set<std::uint64_t> Linear::DeserializeStrToId(const Json::Value& array) {
-  std::set<std::uint64_t> ids;
-  if (!array.isArray()) return ids;
+  std::set<std::uint64_t> read;
+  if (!array.isArray()) return read;
   for (Json::ArrayIndex i = 0; i < array.size(); ++i) {
     const Json::Value& element = array[i];
     if (!IsNonEmptyObject(element) || !HasStringMember(element, LinearKeys::kApp) ||
         !HasUnsignedMember(element, LinearKeys::kId)) {
       continue;
     }
-    const Json::Value& app = element[LinearKeys::kApp];
-    const Json::Value& id = element[LinearKeys::kId];
-    const std::int32_t narrowed = Narrow32(id.asUInt64());
-    strToId[app.asString()] = narrowed;
-    idToStr[narrowed] = app.asString();
-    ids.insert(id.asUInt64());
+    const std::uint64_t id = element[LinearKeys::kId].asUInt64();
+    const std::int32_t narrowed = Narrow32(id);
+    const auto [entry, added] = strToId.try_emplace(element[LinearKeys::kApp].asString(), NameEntry{narrowed, 0});
+    if (added) entry->second.slot = AddNameSlot(&entry->first);
+    entry->second.id = narrowed;
+    NameId(narrowed, entry->second.slot);
+    idOfSlot[entry->second.slot] = ids.Find(narrowed);
+    read.insert(id);
   }
-  return ids;
+  return read;
 }
 
 std::set<std::uint64_t> Linear::DeserializeTransitions(const Json::Value& array) {
-  std::set<std::uint64_t> ids;
-  if (!array.isArray()) return ids;
+  std::set<std::uint64_t> read;
+  if (!array.isArray()) return read;
   for (Json::ArrayIndex i = 0; i < array.size(); ++i) {
     const Json::Value& element = array[i];
     if (!HasUnsignedMembers(element, LinearKeys::kStep, LinearKeys::kAppFrom, LinearKeys::kAppTo, LinearKeys::kCnt)) continue;
     const std::uint64_t step = element[LinearKeys::kStep].asUInt64();
-    if (step >= kTransitionSteps) continue;
+    if (step >= kSteps) continue;
     const std::uint64_t from = element[LinearKeys::kAppFrom].asUInt64();
     const std::uint64_t to = element[LinearKeys::kAppTo].asUInt64();
-    transitions[step][Narrow32(from)][Narrow32(to)] = Narrow32(element[LinearKeys::kCnt].asUInt64());
-    ids.insert(from);
-    ids.insert(to);
+    CellOf(transitions[step][Narrow32(from)].cells, Narrow32(to)).count =
+        Narrow32(element[LinearKeys::kCnt].asUInt64());
+    read.insert(from);
+    read.insert(to);
   }
-  return ids;
+  return read;
 }
 
 std::set<std::uint64_t> Linear::DeserializeTimeBuckets(const Json::Value& array) {
-  std::set<std::uint64_t> ids;
-  if (!array.isArray()) return ids;
+  std::set<std::uint64_t> read;
+  if (!array.isArray()) return read;
   for (Json::ArrayIndex i = 0; i < array.size(); ++i) {
     const Json::Value& element = array[i];
     if (!HasUnsignedMembers(element, LinearKeys::kBucketApp, LinearKeys::kBucketCnt, LinearKeys::kBucket)) continue;
     const std::uint64_t bucket = element[LinearKeys::kBucket].asUInt64();
     if (bucket >= static_cast<std::uint64_t>(kSlotsPerDay)) continue;
     const std::uint64_t app = element[LinearKeys::kBucketApp].asUInt64();
-    timeBuckets[bucket][Narrow32(app)] = Narrow32(element[LinearKeys::kBucketCnt].asUInt64());
-    ids.insert(app);
+    CellOf(timeBuckets[bucket], Narrow32(app)).count = Narrow32(element[LinearKeys::kBucketCnt].asUInt64());
+    read.insert(app);
   }
-  return ids;
+  return read;
 }
 
 std::set<std::uint64_t> Linear::DeserializeCounter(const Json::Value& array) {
-  std::set<std::uint64_t> ids;
-  if (!array.isArray()) return ids;
+  std::set<std::uint64_t> read;
+  if (!array.isArray()) return read;
   for (Json::ArrayIndex i = 0; i < array.size(); ++i) {
     const Json::Value& element = array[i];
     if (element.empty()) continue;
@@ -341,33 +421,57 @@ std::set<std::uint64_t> Linear::DeserializeCounter(const Json::Value& array) {
     const Json::Value& count = element[LinearKeys::kCounterCnt];
     if (!app.isUInt64() || !count.isUInt64()) continue;
     statCounter[Narrow32(app.asUInt64())] = Narrow32(count.asUInt64());
-    ids.insert(app.asUInt64());
+    read.insert(app.asUInt64());
   }
-  return ids;
+  return read;
 }
 
 bool Linear::VerifyDeserialization(const std::set<std::uint64_t>& known, const std::set<std::uint64_t>& transitionIds,
                                    const std::set<std::uint64_t>& bucketIds,
                                    const std::set<std::uint64_t>& counterIds) const {
-  for (const std::set<std::uint64_t>* ids : {&transitionIds, &bucketIds, &counterIds}) {
-    if (!std::includes(known.begin(), known.end(), ids->begin(), ids->end())) return false;
+  for (const std::set<std::uint64_t>* read : {&transitionIds, &bucketIds, &counterIds}) {
+    if (!std::includes(known.begin(), known.end(), read->begin(), read->end())) return false;
   }
   return true;
 }
 
 void Linear::CalculateSumTransitions() {
-  for (std::size_t step = 0; step < transitions.size() && step < sumTransitions.size(); ++step) {
-    for (const auto& [from, row] : transitions[step]) {
-      std::int32_t sum = 0;
-      for (const auto& entry : row) sum = WrappingAdd(sum, entry.second);
-      sumTransitions[step][from] = sum;
+  for (auto& table : transitions) {
+    for (auto& entry : table) {
+      Row& row = entry.second;
+      row.sum = 0;
+      for (const Cell& cell : row.cells) row.sum = WrappingAdd(row.sum, cell.count);
     }
   }
 }
 
+void Linear::IndexLoadedTables() {
+  countOfId.assign(ids.size(), nullptr);
+  launchTotal = 0;
+  for (auto& [id, count] : statCounter) {
+    const std::uint32_t index = ids.Find(id);
+    if (index != IdIndex::kNone) countOfId[index] = &count;
+    launchTotal = WrappingAdd(launchTotal, count);
+  }
+  std::vector<bool> named(slotNames.size(), false);
+  sharedNames = false;
+  for (const std::int64_t slot : slotOfId) {
+    if (slot < 0) continue;
+    if (named[static_cast<std::size_t>(slot)]) sharedNames = true;
+    named[static_cast<std::size_t>(slot)] = true;
+  }
+  ++dictionaryRevision;
+}
+
 bool Linear::DeserializeJson(const Json::Value& value) {
   predictionValid = false;
+  scoredSlots = 0;
   if (!CheckModelJson(value)) return false;
+  // However the reading ends, the derived tables follow what was read.
+  struct Reindex {
+    Linear& linear;
+    ~Reindex() { linear.IndexLoadedTables(); }
+  } reindex{*this};
 
   const Json::Value& last = value[LinearKeys::kLast];
   if (last.empty() || !last.isArray()) return false;
@@ -377,12 +481,17 @@ bool Linear::DeserializeJson(const Json::Value& value) {
   const Json::Value& names = value[LinearKeys::kStrToId];
   if (names.empty() || !names.isArray()) return false;
   strToId.clear();
-  idToStr.clear();
+  ids.Clear();
+  slotOfId.clear();
+  countOfId.clear();
+  slotNames.clear();
+  idOfSlot.clear();
+  slotsByName.clear();
   const std::set<std::uint64_t> known = DeserializeStrToId(names);
 
   const Json::Value& steps = value[LinearKeys::kTransitions];
   if (steps.empty() || !steps.isArray()) return false;
-  transitions.assign(kTransitionSteps, {});
+  for (auto& table : transitions) table.clear();
   const std::set<std::uint64_t> transitionIds = DeserializeTransitions(steps);
 
   const Json::Value& buckets = value[LinearKeys::kTimeBuckets];
@@ -392,14 +501,12 @@ bool Linear::DeserializeJson(const Json::Value& value) {
 
   const Json::Value& counts = value[LinearKeys::kStatCounter];
   if (counts.empty() || !counts.isArray()) return false;
+  countOfId.assign(ids.size(), nullptr);
   statCounter.clear();
   const std::set<std::uint64_t> counterIds = DeserializeCounter(counts);
 
   const bool ok = VerifyDeserialization(known, transitionIds, bucketIds, counterIds);
-  if (ok) {
-    sumTransitions.assign(kTransitionSteps, {});
-    CalculateSumTransitions();
-  }
+  if (ok) CalculateSumTransitions();
   return ok;
 }
 

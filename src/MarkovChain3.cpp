@@ -40,6 +40,16 @@ double MarkovChain3::GetPrediction(const std::string& app) {
   return it == prediction.end() ? 0.0 : it->second;
 }
 
+void MarkovChain3::ScoreApps(const std::tm&, const AppList& apps, double* result) {
+  RefreshPrediction();
+  const auto& predictionOf =
+      predictionOfApp.Get(apps, predictionRevision, [this](const std::string& app) -> const double* {
+        const auto it = prediction.find(app);
+        return it == prediction.end() ? nullptr : &it->second;
+      });
+  for (std::size_t i = 0; i < predictionOf.size(); ++i) result[i] = predictionOf[i] == nullptr ? 0.0 : *predictionOf[i];
+}
+
 void MarkovChain3::UpdateDict(const std::string& app) {
   if (strToId.count(app) != 0) return;
   const std::int32_t id = Narrow32(strToId.size());
@@ -67,34 +77,38 @@ void MarkovChain3::CountTransition(std::size_t step, std::int32_t from, std::int
 void MarkovChain3::RefreshPrediction() {
   if (predictionValid) return;
   if (lastLaunches.size() < kSteps) {
-    prediction.clear();
-    predictionSlots.clear();
+    if (!prediction.empty()) ClearPrediction();
     return;
   }
   // After a load the history may name applications the dictionary lacks.
   for (const std::string& app : lastLaunches) UpdateDict(app);
   const std::size_t count = idToStr.size();
-  std::vector<double> scores(count, 0.0);
+  scoreById.assign(count, 0.0);
   double total = 0.0;
-  AddStepProbabilities(scores, total);
-  if (total == 0.0 && count > 0) AddTransitionsInto(scores, total);
+  AddStepProbabilities(scoreById, total);
+  if (total == 0.0 && count > 0) AddTransitionsInto(scoreById, total);
   if (total != 0.0) {
-    for (double& score : scores) score /= total;
+    for (double& score : scoreById) score /= total;
   }
   if (predictionSlots.size() == count) {
     // Same names as last time: refill the entries in id order.
-    for (std::size_t id = 0; id < count; ++id) *predictionSlots[id] = scores[id];
+    for (std::size_t id = 0; id < count; ++id) *predictionSlots[id] = scoreById[id];
   } else {
-    prediction.clear();
-    predictionSlots.clear();
+    ClearPrediction();
     for (std::size_t id = 0; id < count; ++id) {
       // Inserting look-up: an id without a name (only after a sparse load) is
       // scored under the empty name, which then counts as a known id.
-      const auto entry = prediction.insert_or_assign(idToStr[static_cast<std::int32_t>(id)], scores[id]).first;
+      const auto entry = prediction.insert_or_assign(idToStr[static_cast<std::int32_t>(id)], scoreById[id]).first;
       predictionSlots.push_back(&entry->second);
     }
   }
   predictionValid = true;
+}
+
+void MarkovChain3::ClearPrediction() {
+  ++predictionRevision;
+  prediction.clear();
+  predictionSlots.clear();
 }
 
 // Adds ((count / S) / (k + 1)) for every target of the step-k row of the

@@ -37,6 +37,7 @@ class MarkovChain3 final : public Predictor {
   // False rejects the value and may leave it partly read: the history first,
   // then the transitions, then the dictionary.
   bool DeserializeJson(const Json::Value& value) override;
+  void ScoreApps(const std::tm& time, const AppList& apps, double* scores) override;
 
   // Gives `app` the next id unless it has one. After loading sparse ids the
   // new id may already name another application, which it takes over in the
@@ -68,6 +69,8 @@ class MarkovChain3 final : public Predictor {
   void CountTransition(std::size_t step, std::int32_t from, std::int32_t to);
   // Recomputes `prediction` unless it is valid.
   void RefreshPrediction();
+  // Empties `prediction`, whose entries then change.
+  void ClearPrediction();
   void AddStepProbabilities(std::vector<double>& scores, double& total) const;
   void AddTransitionsInto(std::vector<double>& scores, double& total) const;
 
@@ -84,6 +87,13 @@ class MarkovChain3 final : public Predictor {
   // of the ids stay as they were when `prediction` was built; emptied when
   // they may have changed.
   std::vector<double*> predictionSlots;
+  // Changes whenever `prediction` loses or gains entries.
+  std::uint64_t predictionRevision = 0;
+  // The entry of `prediction` of each application of the facade's list; null
+  // when it has none.
+  AppListIndex<const double*> predictionOfApp;
+  // Scores by id, kept to spare an allocation per computation.
+  std::vector<double> scoreById;
   // Oldest first; at most four names.
   std::deque<std::string> lastLaunches;
 };

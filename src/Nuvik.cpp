@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <istream>
 #include <ostream>
 
@@ -24,21 +25,14 @@ constexpr std::uint64_t kDocumentVersion = 3;
 constexpr std::size_t kMetricsWindow = 5;
 constexpr double kPriorityScale = 0.6;
 
-struct RankedApp {
-  double score;
-  std::size_t nameRank;    // position of the name in name order
-  const std::string* app;  // points into knownApps
-};
-
-// Descending order of (score, name): among equal scores the greater name comes
-// first, and NaN scores rank below every number, tying among themselves, so
-// that sorting gets a strict weak order.
-bool RanksHigher(const RankedApp& a, const RankedApp& b) {
-  const bool aNan = std::isnan(a.score);
-  const bool bNan = std::isnan(b.score);
-  if (aNan != bNan) return bNan;
-  if (!aNan && a.score != b.score) return a.score > b.score;
-  return a.nameRank > b.nameRank;
+// Orders scores as unsigned integers: higher scores give greater keys, -0.0
+// ties with +0.0 and NaN ranks below every number, tying with other NaNs.
+std::uint64_t RankKey(double score) {
+  if (std::isnan(score)) return 0;
+  if (score == 0.0) score = 0.0;
+  std::uint64_t bits;
+  std::memcpy(&bits, &score, sizeof bits);
+  return bits >> 63 != 0 ? ~bits : bits | (std::uint64_t{1} << 63);
 }
 
 double Combine(const std::vector<double>& scores) {
@@ -48,16 +42,22 @@ double Combine(const std::vector<double>& scores) {
 }
 
 // Average precision of `list` against the distinct applications of `launched`.
-double AveragePrecision(const std::vector<std::string>& list, const std::deque<std::string>& launched) {
-  const std::set<std::string> relevant(launched.begin(), launched.end());
+template <typename Id>
+double AveragePrecision(const std::vector<Id>& list, const std::deque<Id>& launched) {
+  Id relevant[kMetricsWindow];
+  std::size_t count = 0;
+  for (const Id app : launched) {
+    if (std::find(relevant, relevant + count, app) == relevant + count) relevant[count++] = app;
+  }
   double total = 0.0;
-  int hits = 0;
-  for (std::size_t i = 0; i < list.size(); ++i) {
-    if (relevant.count(list[i]) == 0) continue;
+  std::size_t hits = 0;
+  // The list names each application once: past the last relevant one nothing adds.
+  for (std::size_t i = 0; i < list.size() && hits < count; ++i) {
+    if (std::find(relevant, relevant + count, list[i]) == relevant + count) continue;
     ++hits;
     total += static_cast<double>(hits) / static_cast<double>(i + 1);
   }
-  const double divisor = list.empty() ? 5.0 : static_cast<double>(relevant.size());
+  const double divisor = list.empty() ? 5.0 : static_cast<double>(count);
   return total / divisor;
 }
 
@@ -142,61 +142,146 @@ void Nuvik::Clear() {
 void Nuvik::Update(const Item& item) {
   if (config.skipRepeats && item.app == lastItem.app) return;
   lastItem = item;
-  UpdateModel(item);
-  knownApps.insert(item.app);
+  const AppId app = IdOf(item.app);
+  UpdateModel(item, app);
+  if (!known[app]) AddKnownApp(app);
 }
 
 void Nuvik::Update(const std::string& app, const std::tm& time) { Update(Item{app, time, ""}); }
 
-void Nuvik::UpdateModel(const Item& item) {
+void Nuvik::UpdateModel(const Item& item, AppId app) {
   const Updater updater{item.tag, item.app, item.time.tm_hour, item.time.tm_min};
-  UpdateMetrics(item);
+  UpdateMetrics(item, app);
   for (const auto& predictor : predictors) predictor->Update(updater);
 }
 
-void Nuvik::PrepareLists(const std::tm& time) {
-  std::vector<RankedApp> ranked;
-  ranked.reserve(knownApps.size());
-  std::vector<double> scores(predictors.size());
-  auto weight = weights.begin();
-  for (const std::string& app : knownApps) {
-    const auto priority = priorities.find(app);
-    const bool lifted = priority != priorities.end() && priority->second != 0;
-    for (std::size_t i = 0; i < predictors.size(); ++i) {
-      predictors[i]->UpdateTime(time);
-      scores[i] = predictors[i]->GetPrediction(app);
-      if (lifted) scores[i] += (1.0 / static_cast<double>(priority->second)) * kPriorityScale;
-    }
-    const double combined = Combine(scores);
-    ranked.push_back({combined, ranked.size(), &app});
-    // Applications come in key order, so each one lands right after the previous.
-    weight = std::next(weights.insert_or_assign(weight, app, combined));
-  }
-  std::sort(ranked.begin(), ranked.end(), RanksHigher);
-  nextList.clear();
-  for (const RankedApp& entry : ranked) nextList.push_back(*entry.app);
-  // The next list places every known application, which leaves none for the
-  // soon and kill lists.
-  soonList.clear();
-  killList.clear();
+Nuvik::AppId Nuvik::IdOf(const std::string& app) {
+  const auto it = appIds.find(app);
+  if (it != appIds.end()) return it->second;
+  const auto id = static_cast<AppId>(appNames.size());
+  appNames.push_back(app);
+  appIds.emplace(appNames.back(), id);
+  known.push_back(false);
+  weighted.push_back(false);
+  weights.push_back(0.0);
+  priorities.push_back(0);
+  nameRank.push_back(0);
+  rankKeys.push_back(0);
+  return id;
 }
 
-std::vector<std::string> Nuvik::GetNext() const { return nextList; }
+bool Nuvik::FindId(const std::string& app, AppId& id) const {
+  const auto it = appIds.find(app);
+  if (it == appIds.end()) return false;
+  id = it->second;
+  return true;
+}
 
-std::vector<std::string> Nuvik::GetSoon() const { return soonList; }
+void Nuvik::AddKnownApp(AppId app) {
+  known[app] = true;
+  const std::string& name = appNames[app];
+  const auto position = std::lower_bound(knownNames.begin(), knownNames.end(), name,
+                                         [](const std::string* other, const std::string& key) { return *other < key; });
+  const auto index = static_cast<std::size_t>(position - knownNames.begin());
+  knownNames.insert(position, &name);
+  knownApps.insert(knownApps.begin() + static_cast<std::ptrdiff_t>(index), app);
+  for (std::size_t i = index; i < knownApps.size(); ++i) nameRank[knownApps[i]] = static_cast<std::uint32_t>(i);
+  ++knownRevision;
+}
 
-std::vector<std::string> Nuvik::GetKill() const { return killList; }
+void Nuvik::ReplaceKnownApps(const std::set<std::string>& apps) {
+  for (const AppId app : knownApps) known[app] = false;
+  knownApps.clear();
+  knownNames.clear();
+  for (const std::string& name : apps) {
+    const AppId app = IdOf(name);
+    known[app] = true;
+    nameRank[app] = static_cast<std::uint32_t>(knownApps.size());
+    knownApps.push_back(app);
+    knownNames.push_back(&appNames[app]);
+  }
+  ++knownRevision;
+}
+
+void Nuvik::PrepareLists(const std::tm& time) {
+  const std::size_t count = knownApps.size();
+  if (count == 0) {
+    nextList.clear();
+    return;
+  }
+  // Each slot scores every application at once: the same as asking it for one
+  // application after the other, since no slot sees another.
+  const AppList apps{knownNames, knownRevision};
+  slotScores.resize(count * predictors.size());
+  for (std::size_t slot = 0; slot < predictors.size(); ++slot) {
+    predictors[slot]->ScoreApps(time, apps, slotScores.data() + slot * count);
+  }
+  appScores.resize(predictors.size());
+  for (std::size_t i = 0; i < count; ++i) {
+    const AppId app = knownApps[i];
+    const int priority = priorities[app];
+    for (std::size_t slot = 0; slot < predictors.size(); ++slot) {
+      double score = slotScores[slot * count + i];
+      if (priority != 0) score += (1.0 / static_cast<double>(priority)) * kPriorityScale;
+      appScores[slot] = score;
+    }
+    const double combined = Combine(appScores);
+    weights[app] = combined;
+    weighted[app] = true;
+    rankKeys[app] = RankKey(combined);
+  }
+  RankNextList();
+}
+
+// Descending (score, name): among equal scores the greater name first. The
+// order is total, so any correct sort gives the same list; starting from the
+// last one, an insertion sort usually has little to move.
+void Nuvik::RankNextList() {
+  const auto ranksHigher = [this](AppId a, AppId b) {
+    return rankKeys[a] != rankKeys[b] ? rankKeys[a] > rankKeys[b] : nameRank[a] > nameRank[b];
+  };
+  if (rankedRevision != knownRevision) {
+    nextList = knownApps;
+    rankedRevision = knownRevision;
+  }
+  const std::size_t budget = 4 * nextList.size() + 64;
+  std::size_t moves = 0;
+  for (std::size_t i = 1; i < nextList.size(); ++i) {
+    const AppId app = nextList[i];
+    std::size_t j = i;
+    for (; j > 0 && ranksHigher(app, nextList[j - 1]); --j) nextList[j] = nextList[j - 1];
+    nextList[j] = app;
+    moves += i - j;
+    if (moves > budget) {
+      std::sort(nextList.begin(), nextList.end(), ranksHigher);
+      return;
+    }
+  }
+}
+
+std::vector<std::string> Nuvik::GetNext() const {
+  std::vector<std::string> names;
+  names.reserve(nextList.size());
+  for (const AppId app : nextList) names.push_back(appNames[app]);
+  return names;
+}
+
+// The next list places every known application, which leaves none for the
+// soon and kill lists.
+std::vector<std::string> Nuvik::GetSoon() const { return {}; }
+
+std::vector<std::string> Nuvik::GetKill() const { return {}; }
 
 double Nuvik::GetSoonWeight(const std::vector<double>& scores) const { return Combine(scores); }
 
 double Nuvik::GetWeightSingle(const std::string& app) const {
-  const auto it = weights.find(app);
-  return it == weights.end() ? 0.0 : it->second;
+  AppId id;
+  return FindId(app, id) && weighted[id] ? weights[id] : 0.0;
 }
 
 double Nuvik::GetWeightSingleDet(const std::string& app) const {
-  const auto it = weights.find(app);
-  return it == weights.end() ? -1.0 : it->second;
+  AppId id;
+  return FindId(app, id) && weighted[id] ? weights[id] : -1.0;
 }
 
 std::vector<double> Nuvik::GetWeights(const std::vector<std::string>& apps) const {
@@ -208,34 +293,36 @@ std::vector<double> Nuvik::GetWeights(const std::vector<std::string>& apps) cons
 
 std::map<std::string, double> Nuvik::GetAllWeights() const {
   std::map<std::string, double> result;
-  for (const std::string& app : knownApps) result.emplace_hint(result.end(), app, GetWeightSingle(app));
+  for (const AppId app : knownApps) {
+    result.emplace_hint(result.end(), appNames[app], weighted[app] ? weights[app] : 0.0);
+  }
   return result;
 }
 
-void Nuvik::ResetPriority() { priorities.clear(); }
+void Nuvik::ResetPriority() { std::fill(priorities.begin(), priorities.end(), 0); }
 
 void Nuvik::SetAppsPriority(const std::vector<std::pair<std::string, int>>& list) {
-  for (const auto& [app, priority] : list) priorities[app] = priority;
+  for (const auto& [app, priority] : list) priorities[IdOf(app)] = priority;
 }
 
-void Nuvik::UpdateMetrics(const Item& item) {
+void Nuvik::UpdateMetrics(const Item& item, AppId app) {
   PrepareLists(item.time);
   const std::size_t seen = recentLaunches.size();
   if (seen < kMetricsWindow) {
     pastNextLists[seen] = nextList;
-    recentLaunches.push_back(item.app);
+    recentLaunches.push_back(app);
     return;
   }
   ++countMetrics;
   const std::size_t top = std::max<std::size_t>(std::min<std::size_t>(nextList.size(), 5), 1);
-  if (!nextList.empty() && std::find(nextList.begin(), nextList.begin() + top, item.app) != nextList.begin() + top) {
+  if (!nextList.empty() && std::find(nextList.begin(), nextList.begin() + top, app) != nextList.begin() + top) {
     sumRecall += 1.0;
   }
   pastNextLists[kMetricsWindow] = nextList;
   const double precision = AveragePrecision(pastNextLists[0], recentLaunches);
   std::rotate(pastNextLists.begin(), pastNextLists.begin() + 1, pastNextLists.end());
   recentLaunches.pop_front();
-  recentLaunches.push_back(item.app);
+  recentLaunches.push_back(app);
   sumMap += precision;
 }
 
@@ -262,7 +349,7 @@ std::ostream& Nuvik::SerializeJson(std::ostream& os) const {
   root[FacadeKeys::kVersion] = Json::UInt64{kDocumentVersion};
   Json::Value apps;  // stays null when there are none
   Json::ArrayIndex appIndex = 0;
-  for (const std::string& app : knownApps) apps[appIndex++] = app;
+  for (const std::string* app : knownNames) apps[appIndex++] = *app;
   root[FacadeKeys::kKnownApps] = std::move(apps);
   root[FacadeKeys::kCount] = Json::UInt64{predictors.size()};
   Json::Value models;
@@ -310,7 +397,7 @@ bool Nuvik::ProcessJson(const Json::Value& root) {
   if (loaded.empty()) return false;
   predictors = std::move(loaded);
   // A list that held no names keeps the applications already known.
-  if (!loadedApps.empty()) knownApps = std::move(loadedApps);
+  if (!loadedApps.empty()) ReplaceKnownApps(loadedApps);
   return true;
 }
 

@@ -1,16 +1,26 @@
 #ifndef NUVIK_PREDICTOR_H_
 #define NUVIK_PREDICTOR_H_
 
+#include <cstdint>
 #include <ctime>
 #include <map>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include <json/value.h>
 
 #include "Updater.h"
 
 namespace NuvikPrediction {
+
+// The facade's known applications in name order. `revision` changes whenever
+// the list does, so that a predictor may keep what it derives from the names
+// until then.
+struct AppList {
+  const std::vector<const std::string*>& names;
+  std::uint64_t revision;
+};
 
 // Interface of every predictor of the ensemble. The facade calls, per launch,
 // UpdateTime and GetPrediction for every known application (before the launch
@@ -35,10 +45,46 @@ class Predictor {
   // Replaces the learned state; false rejects the value, after which the
   // predictor may be partly loaded and is discarded by the facade.
   virtual bool DeserializeJson(const Json::Value& value) = 0;
+  // scores[i] = the score of apps.names[i], exactly as UpdateTime(time)
+  // followed by GetPrediction for each application in turn would give. The
+  // list is never empty.
+  virtual void ScoreApps(const std::tm& time, const AppList& apps, double* scores) = 0;
   virtual ~Predictor() = default;
 
   // Type name; one of the names in Constants.h.
   const std::string name;
+};
+
+// What a predictor derives from the facade's application list: one value per
+// application, rebuilt only when the list or the predictor's own revision
+// (its dictionary, say) has changed since.
+template <typename T>
+class AppListIndex {
+ public:
+  // `find(name)` gives the value of one application.
+  template <typename Find>
+  const std::vector<T>& Get(const AppList& apps, std::uint64_t ownRevision, Find find) {
+    if (!valid_ || appsRevision_ != apps.revision || ownRevision_ != ownRevision) {
+      values_.clear();
+      values_.reserve(apps.names.size());
+      for (const std::string* app : apps.names) values_.push_back(find(*app));
+      valid_ = true;
+      appsRevision_ = apps.revision;
+      ownRevision_ = ownRevision;
+      ++generation_;
+    }
+    return values_;
+  }
+
+  // Changes whenever Get rebuilds the values.
+  std::uint64_t generation() const { return generation_; }
+
+ private:
+  bool valid_ = false;
+  std::uint64_t generation_ = 0;
+  std::uint64_t appsRevision_ = 0;
+  std::uint64_t ownRevision_ = 0;
+  std::vector<T> values_;
 };
 
 }  // namespace NuvikPrediction

@@ -8,7 +8,9 @@ StatCounter::StatCounter() : Predictor(kStatCounterName) {}
 
 void StatCounter::Update(const Updater& updater) {
   ++total;
-  ++counts[updater.app];
+  const auto [entry, added] = counts.try_emplace(updater.app, 0);
+  ++entry->second;
+  if (added) ++revision;
 }
 
 void StatCounter::UpdateTime(const std::tm&) {}
@@ -25,6 +27,17 @@ double StatCounter::GetPrediction(const std::string& app) {
   const auto it = counts.find(app);
   if (it == counts.end()) return 0.0;
   return static_cast<double>(it->second) / static_cast<double>(total);
+}
+
+void StatCounter::ScoreApps(const std::tm&, const AppList& apps, double* scores) {
+  const auto& countOf = countOfApp.Get(apps, revision, [this](const std::string& app) -> const std::uint32_t* {
+    const auto it = counts.find(app);
+    return it == counts.end() ? nullptr : &it->second;
+  });
+  const auto denominator = static_cast<double>(total);
+  for (std::size_t i = 0; i < countOf.size(); ++i) {
+    scores[i] = countOf[i] == nullptr ? 0.0 : static_cast<double>(*countOf[i]) / denominator;
+  }
 }
 
 Json::Value StatCounter::SerializeJson() const {
@@ -52,7 +65,7 @@ bool StatCounter::DeserializeJson(const Json::Value& value) {
     const Json::Value& popularity = element[StatCounterKeys::kPopularity];
     if (app.isNull() || popularity.isNull() || !app.isString() || !popularity.isUInt64()) continue;
     const auto count = static_cast<std::uint32_t>(popularity.asUInt64());
-    counts[app.asString()] = count;
+    if (counts.insert_or_assign(app.asString(), count).second) ++revision;
     total += count;
   }
   return true;

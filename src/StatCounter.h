@@ -25,10 +25,15 @@ class StatCounter : public Predictor {
   // sum. Malformed elements are skipped; an element that is neither an object
   // nor null raises Json::LogicError.
   bool DeserializeJson(const Json::Value& value) override;
+  void ScoreApps(const std::tm& time, const AppList& apps, double* scores) override;
 
  private:
   std::uint32_t total = 0;
   std::map<std::string, std::uint32_t> counts;
+  // Changes whenever `counts` gains an entry.
+  std::uint64_t revision = 0;
+  // The count of each application of the facade's list; null when it has none.
+  AppListIndex<const std::uint32_t*> countOfApp;
 };
 
 }  // namespace NuvikPrediction

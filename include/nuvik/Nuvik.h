@@ -29,6 +29,8 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <string_view>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -164,32 +166,67 @@ class NUVIK_EXPORT Nuvik {
   std::string PrintNuvikInfo() const;
 
  private:
+  using AppId = std::uint32_t;
+
   NUVIK_LOCAL std::unique_ptr<Predictor> PredictorFactory(const std::string& name, int param) const;
-  NUVIK_LOCAL void UpdateModel(const Item& item);
-  NUVIK_LOCAL void UpdateMetrics(const Item& item);
+  NUVIK_LOCAL void UpdateModel(const Item& item, AppId app);
+  NUVIK_LOCAL void UpdateMetrics(const Item& item, AppId app);
   NUVIK_LOCAL void PrepareLists(const std::tm& time);
   NUVIK_LOCAL bool ProcessJson(const Json::Value& root);
   NUVIK_LOCAL std::vector<std::unique_ptr<Predictor>> ParsePredictors(const Json::Value& models,
                                                                       const Json::Value& count) const;
   NUVIK_LOCAL std::unique_ptr<Predictor> ParsePredictor(const Json::Value& entry) const;
+  // The id of `app`, given one when it has none; an id alone does not make it known.
+  NUVIK_LOCAL AppId IdOf(const std::string& app);
+  // The id of `app`; false when it has none.
+  NUVIK_LOCAL bool FindId(const std::string& app, AppId& id) const;
+  NUVIK_LOCAL void AddKnownApp(AppId app);
+  NUVIK_LOCAL void ReplaceKnownApps(const std::set<std::string>& apps);
+  // Ranks nextList by the ranking keys, starting from the last order.
+  NUVIK_LOCAL void RankNextList();
 
-  std::deque<std::string> recentLaunches;
+  // Every application the facade has met (launched, loaded, given a priority
+  // or asked for) has an id, in order of first sight; ids live as long as the
+  // facade. The names never move, so that views of them stay valid.
+  std::deque<std::string> appNames;
+  std::unordered_map<std::string_view, AppId> appIds;
+  // By id: whether the application is known (launched, or listed by a loaded
+  // document), its weight from the last preparation, if any, and its priority.
+  std::vector<bool> known;
+  std::vector<bool> weighted;
+  std::vector<double> weights;
+  std::vector<int> priorities;
+  // The known applications in name order, as ids and as names, with the
+  // position of each id in that order.
+  std::vector<AppId> knownApps;
+  std::vector<const std::string*> knownNames;
+  std::vector<std::uint32_t> nameRank;
+  std::uint64_t knownRevision = 0;
+
+  // The metrics: the applications of the last launches, oldest first, and the
+  // next list made at each of them (entry 5: the current one).
+  std::deque<AppId> recentLaunches;
   double sumMap = 0.0;
   double sumRecall = 0.0;
   std::uint64_t countMetrics = 0;
-  std::vector<std::vector<std::string>> pastNextLists;
+  std::vector<std::vector<AppId>> pastNextLists;
+
   NuvikConfig config;
   std::vector<std::string> predictorNames;
-  std::map<std::string, double> weights;
-  std::set<std::string> knownApps;
   std::set<std::string> predictorTypes;
   std::vector<int> predictorParams;
   std::vector<std::unique_ptr<Predictor>> predictors;
-  std::map<std::string, int> priorities;
   Item lastItem;
-  std::vector<std::string> nextList;
-  std::vector<std::string> soonList;
-  std::vector<std::string> killList;
+  // The ranked list of the last preparation, best first, and the revision of
+  // the known applications it ranks.
+  std::vector<AppId> nextList;
+  std::uint64_t rankedRevision = 0;
+
+  // Scratch of a preparation: every slot's scores, the application's own
+  // scores, and the ranking key of each id.
+  std::vector<double> slotScores;
+  std::vector<double> appScores;
+  std::vector<std::uint64_t> rankKeys;
 };
 
 NUVIK_EXPORT std::ostream& operator<<(std::ostream& os, const Nuvik& nuvik);
