@@ -41,22 +41,45 @@ double Combine(const std::vector<double>& scores) {
   return 0.0;
 }
 
-// Average precision of `list` against the distinct applications of `launched`.
-template <typename Id>
-double AveragePrecision(const std::vector<Id>& list, const std::deque<Id>& launched) {
+template <typename Ranked>
+bool RanksHigher(const Ranked& a, const Ranked& b) {
+  return a.key != b.key ? a.key > b.key : a.rank > b.rank;
+}
+
+// Position of `entry` in its sorted list: the number of entries that rank
+// higher, counted up to `limit`.
+template <typename Ranked>
+std::size_t Position(const std::vector<Ranked>& list, const Ranked& entry, std::size_t limit) {
+  std::size_t position = 0;
+  for (const Ranked& other : list) {
+    if (RanksHigher(other, entry) && ++position >= limit) break;
+  }
+  return position;
+}
+
+// Average precision of `list` (as sorted) against the distinct applications of
+// `launched`: the hits, in list order, each add hits so far / (position + 1).
+template <typename Ranked, typename Id>
+double AveragePrecision(const std::vector<Ranked>& list, const std::deque<Id>& launched) {
   Id relevant[kMetricsWindow];
   std::size_t count = 0;
   for (const Id app : launched) {
     if (std::find(relevant, relevant + count, app) == relevant + count) relevant[count++] = app;
   }
-  double total = 0.0;
-  std::size_t hits = 0;
-  // The list names each application once: past the last relevant one nothing adds.
-  for (std::size_t i = 0; i < list.size() && hits < count; ++i) {
-    if (std::find(relevant, relevant + count, list[i]) == relevant + count) continue;
-    ++hits;
-    total += static_cast<double>(hits) / static_cast<double>(i + 1);
+  const Ranked* hits[kMetricsWindow];
+  std::size_t found = 0;
+  for (const Ranked& entry : list) {
+    if (std::find(relevant, relevant + count, entry.app) != relevant + count) hits[found++] = &entry;
   }
+  std::size_t positions[kMetricsWindow] = {};
+  for (const Ranked& entry : list) {
+    for (std::size_t h = 0; h < found; ++h) positions[h] += RanksHigher(entry, *hits[h]) ? 1 : 0;
+  }
+  for (std::size_t h = 1; h < found; ++h) {  // a handful: insertion sort
+    for (std::size_t j = h; j > 0 && positions[j - 1] > positions[j]; --j) std::swap(positions[j - 1], positions[j]);
+  }
+  double total = 0.0;
+  for (std::size_t h = 0; h < found; ++h) total += static_cast<double>(h + 1) / static_cast<double>(positions[h] + 1);
   const double divisor = list.empty() ? 5.0 : static_cast<double>(count);
   return total / divisor;
 }
@@ -166,7 +189,6 @@ Nuvik::AppId Nuvik::IdOf(const std::string& app) {
   weights.push_back(0.0);
   priorities.push_back(0);
   nameRank.push_back(0);
-  rankKeys.push_back(0);
   return id;
 }
 
@@ -205,10 +227,8 @@ void Nuvik::ReplaceKnownApps(const std::set<std::string>& apps) {
 
 void Nuvik::PrepareLists(const std::tm& time) {
   const std::size_t count = knownApps.size();
-  if (count == 0) {
-    nextList.clear();
-    return;
-  }
+  nextList.clear();
+  if (count == 0) return;
   // Each slot scores every application at once: the same as asking it for one
   // application after the other, since no slot sees another.
   const AppList apps{knownNames, knownRevision};
@@ -228,41 +248,16 @@ void Nuvik::PrepareLists(const std::tm& time) {
     const double combined = Combine(appScores);
     weights[app] = combined;
     weighted[app] = true;
-    rankKeys[app] = RankKey(combined);
-  }
-  RankNextList();
-}
-
-// Descending (score, name): among equal scores the greater name first. The
-// order is total, so any correct sort gives the same list; starting from the
-// last one, an insertion sort usually has little to move.
-void Nuvik::RankNextList() {
-  const auto ranksHigher = [this](AppId a, AppId b) {
-    return rankKeys[a] != rankKeys[b] ? rankKeys[a] > rankKeys[b] : nameRank[a] > nameRank[b];
-  };
-  if (rankedRevision != knownRevision) {
-    nextList = knownApps;
-    rankedRevision = knownRevision;
-  }
-  const std::size_t budget = 4 * nextList.size() + 64;
-  std::size_t moves = 0;
-  for (std::size_t i = 1; i < nextList.size(); ++i) {
-    const AppId app = nextList[i];
-    std::size_t j = i;
-    for (; j > 0 && ranksHigher(app, nextList[j - 1]); --j) nextList[j] = nextList[j - 1];
-    nextList[j] = app;
-    moves += i - j;
-    if (moves > budget) {
-      std::sort(nextList.begin(), nextList.end(), ranksHigher);
-      return;
-    }
+    nextList.push_back(RankedApp{RankKey(combined), static_cast<std::uint32_t>(i), app});
   }
 }
 
 std::vector<std::string> Nuvik::GetNext() const {
   std::vector<std::string> names;
-  names.reserve(nextList.size());
-  for (const AppId app : nextList) names.push_back(appNames[app]);
+  std::vector<RankedApp> sorted = nextList;
+  std::sort(sorted.begin(), sorted.end(), RanksHigher<RankedApp>);
+  names.reserve(sorted.size());
+  for (const RankedApp& entry : sorted) names.push_back(appNames[entry.app]);
   return names;
 }
 
@@ -315,9 +310,7 @@ void Nuvik::UpdateMetrics(const Item& item, AppId app) {
   }
   ++countMetrics;
   const std::size_t top = std::max<std::size_t>(std::min<std::size_t>(nextList.size(), 5), 1);
-  if (!nextList.empty() && std::find(nextList.begin(), nextList.begin() + top, app) != nextList.begin() + top) {
-    sumRecall += 1.0;
-  }
+  if (known[app] && Position(nextList, nextList[nameRank[app]], top) < top) sumRecall += 1.0;
   pastNextLists[kMetricsWindow] = nextList;
   const double precision = AveragePrecision(pastNextLists[0], recentLaunches);
   std::rotate(pastNextLists.begin(), pastNextLists.begin() + 1, pastNextLists.end());

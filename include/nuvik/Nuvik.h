@@ -167,6 +167,14 @@ class NUVIK_EXPORT Nuvik {
 
  private:
   using AppId = std::uint32_t;
+  // One application of a next list, which ranks by descending (key, rank):
+  // its score as a ranking key, then its position in name order. The lists
+  // are kept unsorted; positions are counted when asked for.
+  struct RankedApp {
+    std::uint64_t key;
+    std::uint32_t rank;
+    AppId app;
+  };
 
   NUVIK_LOCAL std::unique_ptr<Predictor> PredictorFactory(const std::string& name, int param) const;
   NUVIK_LOCAL void UpdateModel(const Item& item, AppId app);
@@ -182,8 +190,6 @@ class NUVIK_EXPORT Nuvik {
   NUVIK_LOCAL bool FindId(const std::string& app, AppId& id) const;
   NUVIK_LOCAL void AddKnownApp(AppId app);
   NUVIK_LOCAL void ReplaceKnownApps(const std::set<std::string>& apps);
-  // Ranks nextList by the ranking keys, starting from the last order.
-  NUVIK_LOCAL void RankNextList();
 
   // Every application the facade has met (launched, loaded, given a priority
   // or asked for) has an id, in order of first sight; ids live as long as the
@@ -204,12 +210,12 @@ class NUVIK_EXPORT Nuvik {
   std::uint64_t knownRevision = 0;
 
   // The metrics: the applications of the last launches, oldest first, and the
-  // next list made at each of them (entry 5: the current one).
+  // next list made at each of them (entry 5: scratch for the current one).
   std::deque<AppId> recentLaunches;
   double sumMap = 0.0;
   double sumRecall = 0.0;
   std::uint64_t countMetrics = 0;
-  std::vector<std::vector<AppId>> pastNextLists;
+  std::vector<std::vector<RankedApp>> pastNextLists;
 
   NuvikConfig config;
   std::vector<std::string> predictorNames;
@@ -217,16 +223,12 @@ class NUVIK_EXPORT Nuvik {
   std::vector<int> predictorParams;
   std::vector<std::unique_ptr<Predictor>> predictors;
   Item lastItem;
-  // The ranked list of the last preparation, best first, and the revision of
-  // the known applications it ranks.
-  std::vector<AppId> nextList;
-  std::uint64_t rankedRevision = 0;
+  // The next list of the last preparation, in name order.
+  std::vector<RankedApp> nextList;
 
-  // Scratch of a preparation: every slot's scores, the application's own
-  // scores, and the ranking key of each id.
+  // Scratch of a preparation: every slot's scores and one application's.
   std::vector<double> slotScores;
   std::vector<double> appScores;
-  std::vector<std::uint64_t> rankKeys;
 };
 
 NUVIK_EXPORT std::ostream& operator<<(std::ostream& os, const Nuvik& nuvik);
