@@ -67,9 +67,12 @@ double KnnRegression::GetPrediction(const std::string& app) {
   const auto entry = strToId.find(app);
   if (entry == strToId.end()) return 0.0;
   RefreshSpan();
-  const auto numerator = spanNumerators.find(entry->second);
+  const auto numerator =
+      std::lower_bound(spanNumerators.begin(), spanNumerators.end(), entry->second,
+                       [](const std::pair<std::uint64_t, double>& gain, std::uint64_t id) { return gain.first < id; });
+  const bool found = numerator != spanNumerators.end() && numerator->first == entry->second;
   // NaN when no pair lies in the span, on purpose.
-  return (numerator == spanNumerators.end() ? 0.0 : numerator->second) / spanDenominator;
+  return (found ? numerator->second : 0.0) / spanDenominator;
 }
 
 void KnnRegression::ScoreApps(const std::tm& time, const AppList& apps, double* scores) {
@@ -100,31 +103,58 @@ void KnnRegression::ScoreApps(const std::tm& time, const AppList& apps, double* 
 // x gains (first weight of x in both generations of j) and the denominator
 // (second weight of both). Where x has no pair the gain is 0.0 + 0.0, which
 // leaves its sum (never below +0.0: every kernel is positive on the span) as
-// it is; so only the applications with a pair in j are visited.
+// it is; so only the applications with a pair in j gain. Each pair's kernel
+// term is computed once and summed, in key order, into both weights.
 void KnnRegression::RefreshSpan() {
   if (spanValid) return;
-  spanNumerators.clear();
+  gains.clear();
   spanDenominator = 0.0;
   const int slot = currentBucket;
   const int first = std::max(slot, kSpan) - kSpan;
   const int end = std::min(slot, kSlotsPerDay - 1 - kSpan) + kSpan + 1;
-  std::vector<std::uint64_t> launched;
   for (int j = first; j < end; ++j) {
     // Equals the slot distance, except that 15 becomes 14.999999999999998.
     const double distance = static_cast<double>(std::abs(slot - j)) / 26.0 * 26.0;
-    launched.clear();
-    for (const int table : {j, j + kSlotsPerDay}) {
-      for (const auto& pair : counters[static_cast<std::size_t>(table)]) launched.push_back(pair.first.first);
+    const double older = SumByLaunched(counters[static_cast<std::size_t>(j)], distance, olderWeights);
+    const double newer = SumByLaunched(counters[static_cast<std::size_t>(j + kSlotsPerDay)], distance, newerWeights);
+    // Both lists are in id order: merge them.
+    auto a = olderWeights.begin();
+    auto b = newerWeights.begin();
+    while (a != olderWeights.end() || b != newerWeights.end()) {
+      const bool takeA = b == newerWeights.end() || (a != olderWeights.end() && a->first <= b->first);
+      const bool takeB = a == olderWeights.end() || (b != newerWeights.end() && b->first <= a->first);
+      const std::uint64_t id = takeA ? a->first : b->first;
+      gains.emplace_back(id, (takeA ? (a++)->second : 0.0) + (takeB ? (b++)->second : 0.0));
     }
-    std::sort(launched.begin(), launched.end());
-    launched.erase(std::unique(launched.begin(), launched.end()), launched.end());
-    for (const std::uint64_t id : launched) {
-      spanNumerators[id] +=
-          (CalculateFirstWeight(id, j, distance) + CalculateFirstWeight(id, j + kSlotsPerDay, distance));
-    }
-    spanDenominator += (CalculateSecondWeight(j, distance) + CalculateSecondWeight(j + kSlotsPerDay, distance));
+    spanDenominator += (older + newer);
+  }
+  // Each application adds its gains slot by slot.
+  std::stable_sort(gains.begin(), gains.end(),
+                   [](const auto& x, const auto& y) { return x.first < y.first; });
+  spanNumerators.clear();
+  for (const auto& [id, gain] : gains) {
+    if (spanNumerators.empty() || spanNumerators.back().first != id) spanNumerators.emplace_back(id, 0.0);
+    spanNumerators.back().second += gain;
   }
   spanValid = true;
+}
+
+double KnnRegression::SumByLaunched(const PairCounts& pairs, double distance,
+                                    std::vector<std::pair<std::uint64_t, double>>& byLaunched) const {
+  const std::uint64_t launchedBefore = PreviousAt(previousIndex);
+  const std::uint64_t newest = PreviousAt((previousIndex + 1) % 2);
+  byLaunched.clear();
+  double sum = 0.0;
+  for (const auto& [key, count] : pairs) {
+    const auto& [launched, preceding] = key;
+    const double term = ExecuteKernel(Distance(launched, preceding, launchedBefore, newest, distance)) *
+                        static_cast<double>(count);
+    sum += term;
+    if (byLaunched.empty() || byLaunched.back().first != launched) byLaunched.emplace_back(launched, 0.0);
+    // The first weight takes the pairs from (x, 0) to (x, nextId).
+    if (preceding <= nextId) byLaunched.back().second += term;
+  }
+  return sum;
 }
 
 double KnnRegression::CalculateFirstWeight(std::uint64_t id, int table, double distance) const {
@@ -144,12 +174,17 @@ double KnnRegression::WeightedSum(PairCounts::const_iterator first, PairCounts::
   double sum = 0.0;
   for (auto it = first; it != last; ++it) {
     const auto& [launched, preceding] = it->first;
-    const double u = ((launched == launchedBefore ? 0.0 : kLaunchedPenalty) + distance +
-                      (preceding == newest ? 0.0 : kPrecedingPenalty)) /
-                     kDistanceScale;
-    sum += ExecuteKernel(u) * static_cast<double>(it->second);
+    sum += ExecuteKernel(Distance(launched, preceding, launchedBefore, newest, distance)) *
+           static_cast<double>(it->second);
   }
   return sum;
+}
+
+double KnnRegression::Distance(std::uint64_t launched, std::uint64_t preceding, std::uint64_t launchedBefore,
+                               std::uint64_t newest, double slots) {
+  return ((launched == launchedBefore ? 0.0 : kLaunchedPenalty) + slots +
+          (preceding == newest ? 0.0 : kPrecedingPenalty)) /
+         kDistanceScale;
 }
 
 double KnnRegression::ExecuteKernel(double u) const {

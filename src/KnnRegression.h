@@ -73,6 +73,14 @@ class KnnRegression final : public Predictor {
   std::set<std::uint64_t> DeserializeCounters(const Json::Value& tables);
 
   double WeightedSum(PairCounts::const_iterator first, PairCounts::const_iterator last, double distance) const;
+  // The kernel-weighted count of all `pairs`; byLaunched gets, for each
+  // launched application in id order, that of its pairs (those the first
+  // weight takes).
+  double SumByLaunched(const PairCounts& pairs, double distance,
+                       std::vector<std::pair<std::uint64_t, double>>& byLaunched) const;
+  // Scaled distance of a pair from the present, `slots` slots away.
+  static double Distance(std::uint64_t launched, std::uint64_t preceding, std::uint64_t launchedBefore,
+                         std::uint64_t newest, double slots);
   // Fills the span cache unless it is valid.
   void RefreshSpan();
   // A lenient load may leave `previous` short: missing entries read as 0,
@@ -97,8 +105,12 @@ class KnnRegression final : public Predictor {
   // a launch, a load or a change of slot: the numerator of each application
   // with a pair there, and the denominator.
   bool spanValid = false;
-  std::map<std::uint64_t, double> spanNumerators;
+  std::vector<std::pair<std::uint64_t, double>> spanNumerators;  // by id
   double spanDenominator = 0.0;
+  // Scratch of RefreshSpan.
+  std::vector<std::pair<std::uint64_t, double>> gains;
+  std::vector<std::pair<std::uint64_t, double>> olderWeights;
+  std::vector<std::pair<std::uint64_t, double>> newerWeights;
 
   // Changes whenever the dictionary gains a name.
   std::uint64_t dictionaryRevision = 0;
