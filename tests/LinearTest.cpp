@@ -236,3 +236,36 @@ TEST(LinearTest, LoadedValuesWrapIn32BitsAndZeroSumsDivideByOne) {
 
 }  // namespace
 }  // namespace NuvikPrediction
+
+namespace NuvikPrediction {
+namespace {
+
+TEST(LinearTest, ALoadedNameWithTwoIdsScoresAsEachDirectionOfTheDictionarySays) {
+  // "b" is read with id 1, then with id 2: it keeps id 2, and both ids name it.
+  Json::Value document = testing::ParseJson(R"({
+    "strToId": [{"app": "a", "id": 0}, {"app": "b", "id": 1}, {"app": "b", "id": 2}],
+    "transitions": [{"step": 0, "appFrom": 0, "appTo": 1, "cnt": 1}, {"step": 0, "appFrom": 0, "appTo": 2, "cnt": 3}],
+    "timeBuckets": [{"bucket": 96, "app": 0, "cnt": 2}, {"bucket": 96, "app": 1, "cnt": 1},
+                    {"bucket": 96, "app": 2, "cnt": 1}],
+    "statCounter": [{"app": 0, "cnt": 2}, {"app": 1, "cnt": 5}, {"app": 2, "cnt": 7}]
+  })");
+  for (int i = 0; i < 10; ++i) document["last"].append(testing::ParseJson(R"({"lastApp": 0})"));
+  Linear linear;
+  ASSERT_TRUE(linear.DeserializeJson(document));
+  linear.UpdateTime(testing::At(8, 0));
+  // Transitions reach names through ids (the later id of "b" wins), the time
+  // feature adds both ids of "b", the counter takes the count of b's own id.
+  double a = 0.0;
+  for (int k = 0; k < 10; ++k) a += 1.0 * W("prev" + std::to_string(k));
+  a += 2.0 / 4.0 * W("time");
+  a += 2.0 / 14.0 * W("counter");
+  double b = 0.0;
+  b += 3.0 / 4.0 * W("transition0");
+  b += 2.0 / 4.0 * W("time");
+  b += 7.0 / 14.0 * W("counter");
+  EXPECT_EQ(linear.Predict(), (Scores{{"a", a}, {"b", b}}));
+  EXPECT_EQ(linear.GetPrediction("b"), b);
+}
+
+}  // namespace
+}  // namespace NuvikPrediction
