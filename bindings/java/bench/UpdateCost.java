@@ -2,16 +2,34 @@ import java.util.Arrays;
 import nuvik.Nuvik;
 
 /**
- * Nanoseconds per Nuvik.update on the launch stream of UpdateCost.cpp, for comparing the Java call with the C++ one
- * (see update-cost.sh). Arguments: LAUNCHES PREDICTOR...
+ * Cost of Nuvik.update through Java against Nuvik::Update called from C++, at 200 known applications, in one process:
+ * two facades of the same ensemble learn the same launches in alternating blocks, so that both sides see the same
+ * machine load. Prints the medians over blocks of 50 launches. Arguments: LAUNCHES PREDICTOR... (LAUNCHES launches warm up, the next LAUNCHES are timed).
  */
 public final class UpdateCost {
   private static final int APPS = 200;
-  private static final int WARM_UP = 10000;
+  private static final int BLOCK = 50;
+
+  static {
+    System.loadLibrary("nuvik_update_cost");
+  }
+
+  private static native void cppPrepare(String[] predictors, String[] apps, int[] hours, int[] minutes);
+
+  private static native long cppRun(int from, int to);
+
+  private static double median(double[] values) {
+    double[] sorted = values.clone();
+    Arrays.sort(sorted);
+    int middle = sorted.length / 2;
+    return sorted.length % 2 == 1 ? sorted[middle] : (sorted[middle - 1] + sorted[middle]) / 2;
+  }
 
   public static void main(String[] args) {
     int timed = Integer.parseInt(args[0]);
-    int count = WARM_UP + timed;
+    String[] predictors = Arrays.copyOfRange(args, 1, args.length);
+    // Every application once, then random launches mixed with habitual successors, spread over the day.
+    int count = APPS + 2 * timed;
     String[] apps = new String[count];
     int[] hours = new int[count];
     int[] minutes = new int[count];
@@ -21,19 +39,36 @@ public final class UpdateCost {
     for (int i = 0; i < count; ++i) {
       state = state * 6364136223846793005L + 1442695040888963407L;
       int r = (int) (state >>> 33);
-      int app = r % 4 == 0 ? (r >> 2) % 23 * (r >> 7) % APPS : (last * 7 + 3 + (r >> 2) % 3) % APPS;
+      int app = i < APPS ? i : r % 4 == 0 ? (r >> 2) % APPS : (last * 7 + 3 + (r >> 2) % 3) % APPS;
       last = app;
       minute += 1 + (r >> 4) % 30;
       apps[i] = "app" + app;
       hours[i] = minute / 60 % 24;
       minutes[i] = minute % 60;
     }
-    try (Nuvik nuvik = new Nuvik(Arrays.copyOfRange(args, 1, args.length))) {
-      for (int app = 0; app < APPS; ++app) nuvik.update("app" + app, 0, 0);
-      for (int i = 0; i < WARM_UP; ++i) nuvik.update(apps[i], hours[i], minutes[i]);
-      long start = System.nanoTime();
-      for (int i = WARM_UP; i < count; ++i) nuvik.update(apps[i], hours[i], minutes[i]);
-      System.out.printf("%.1f%n", (System.nanoTime() - start) / (double) timed);
+    cppPrepare(predictors, apps, hours, minutes);
+    try (Nuvik nuvik = new Nuvik(predictors)) {
+      int warmedUp = APPS + timed;
+      for (int i = 0; i < warmedUp; ++i) nuvik.update(apps[i], hours[i], minutes[i]);
+      cppRun(0, warmedUp);
+      int blocks = (count - warmedUp + BLOCK - 1) / BLOCK;
+      double[] javaBlocks = new double[blocks];
+      double[] cppBlocks = new double[blocks];
+      double[] ratios = new double[blocks];
+      for (int b = 0; b < blocks; ++b) {
+        int from = warmedUp + b * BLOCK;
+        int to = Math.min(from + BLOCK, count);
+        // Which side runs first alternates: the second one of a pair tends to run a little faster.
+        if (b % 2 == 1) cppBlocks[b] = cppRun(from, to) / (double) (to - from);
+        long start = System.nanoTime();
+        for (int i = from; i < to; ++i) nuvik.update(apps[i], hours[i], minutes[i]);
+        javaBlocks[b] = (System.nanoTime() - start) / (double) (to - from);
+        if (b % 2 == 0) cppBlocks[b] = cppRun(from, to) / (double) (to - from);
+        ratios[b] = javaBlocks[b] / cppBlocks[b];
+      }
+      // Medians over blocks: a block that the scheduler interrupted does not count.
+      System.out.printf("%-32s %6d launches  per update: C++ %9.1f ns  Java %9.1f ns  Java/C++ %.3f%n",
+          String.join(",", predictors), timed, median(cppBlocks), median(javaBlocks), median(ratios));
     }
   }
 }
