@@ -68,7 +68,7 @@ public final class Nuvik implements AutoCloseable {
   /**
    * Learns one launch at {@code hour:minute} local time. The lists and weights are first prepared from the state
    * before the launch and the metrics score them against {@code app}; then every predictor learns the launch. Hour
-   * and minute are passed on as they are; the predictors clamp them to 0-23 and 0-59.
+   * and minute are passed on as they are, whatever their range, as the C++ call takes them.
    */
   public void update(String app, int hour, int minute) {
     Objects.requireNonNull(app, "app");
