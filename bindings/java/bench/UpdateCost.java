@@ -1,10 +1,13 @@
 import java.util.Arrays;
 import nuvik.Nuvik;
+import nuvik.NuvikConfig;
 
 /**
  * Cost of Nuvik.update through Java against Nuvik::Update called from C++, at 200 known applications, in one process:
  * two facades of the same ensemble learn the same launches in alternating blocks, so that both sides see the same
- * machine load. Prints the medians over blocks of 50 launches. Arguments: LAUNCHES PREDICTOR... (LAUNCHES launches warm up, the next LAUNCHES are timed).
+ * machine load. Prints the medians over blocks of 50 launches, then the cost of a call that the facade skips at once
+ * (a repeated launch with skipRepeats), which is the binding's own cost per call.
+ * Arguments: LAUNCHES PREDICTOR... (LAUNCHES launches warm up, the next LAUNCHES are timed).
  */
 public final class UpdateCost {
   private static final int APPS = 200;
@@ -17,6 +20,18 @@ public final class UpdateCost {
   private static native void cppPrepare(String[] predictors, String[] apps, int[] hours, int[] minutes);
 
   private static native long cppRun(int from, int to);
+
+  private static native double cppSkippedCall(int calls);
+
+  // Nanoseconds per call over `calls` repeats of one launch that the facade skips: the binding's own cost.
+  private static double javaSkippedCall(int calls) {
+    try (Nuvik nuvik = new Nuvik(NuvikConfig.builder().skipRepeats(true).build())) {
+      nuvik.update("app0", 8, 0);
+      long start = System.nanoTime();
+      for (int i = 0; i < calls; ++i) nuvik.update("app0", 8, 0);
+      return (System.nanoTime() - start) / (double) calls;
+    }
+  }
 
   private static double median(double[] values) {
     double[] sorted = values.clone();
@@ -70,5 +85,9 @@ public final class UpdateCost {
       System.out.printf("%-32s %6d launches  per update: C++ %9.1f ns  Java %9.1f ns  Java/C++ %.3f%n",
           String.join(",", predictors), timed, median(cppBlocks), median(javaBlocks), median(ratios));
     }
+    int calls = 1_000_000;
+    for (int round = 0; round < 3; ++round) javaSkippedCall(calls);  // warm-up
+    System.out.printf("%-32s %7d calls   per call:   C++ %9.1f ns  Java %9.1f ns%n", "skipped repeat (stat_counter)",
+        calls, cppSkippedCall(calls), javaSkippedCall(calls));
   }
 }

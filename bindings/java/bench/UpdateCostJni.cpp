@@ -1,5 +1,6 @@
 // The C++ side of UpdateCost.java: a facade of its own fed the same launches by
-// a plain C++ loop, timed inside the same process.
+// a plain C++ loop, timed inside the same process; and the cost of a call that
+// the facade ignores at once (a repeat, with skipRepeats).
 #include <jni.h>
 
 #include <chrono>
@@ -58,4 +59,17 @@ extern "C" JNIEXPORT jlong JNICALL Java_UpdateCost_cppRun(JNIEnv*, jclass, jint 
     side->nuvik.Update(app, time);
   }
   return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now() - start).count();
+}
+
+// Nanoseconds per call over `calls` repeats of one launch that the facade skips.
+extern "C" JNIEXPORT jdouble JNICALL Java_UpdateCost_cppSkippedCall(JNIEnv*, jclass, jint calls) {
+  NuvikPrediction::NuvikConfig config({"stat_counter"}, true, 60, 0.5, 0.05);
+  NuvikPrediction::Nuvik nuvik(config);
+  const std::string app = "app0";
+  std::tm time{};
+  time.tm_hour = 8;
+  nuvik.Update(app, time);
+  const auto start = std::chrono::steady_clock::now();
+  for (jint i = 0; i < calls; ++i) nuvik.Update(app, time);
+  return std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now() - start).count() / calls;
 }
