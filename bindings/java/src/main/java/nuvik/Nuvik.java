@@ -372,7 +372,10 @@ public final class Nuvik implements AutoCloseable {
     }
   }
 
-  /** The predictors line, "NUVIK library 1.3 [ predictors list: linear, double_linear ]"; "Nuvik (closed)" once closed. */
+  /**
+   * The predictors line, "NUVIK library 1.3 [ predictors list: linear, double_linear ]"; "Nuvik (closed)" once
+   * closed.
+   */
   @Override
   public String toString() {
     synchronized (lock) {

@@ -56,8 +56,9 @@ class ConformanceTest {
             assertEquals(lines[n].substring("weights".length()).trim(), String.join(" ", actual), at);
             break;
           case "probe":
-            assertEquals(f[2] + " " + f[3], bits(nuvik.weight(text(f[1]))) + " " + bits(nuvik.weightDet(text(f[1]))), at);
-            double[] weights = nuvik.weights(List.of(text(f[1]), "x"));
+            String app = text(f[1]);
+            assertEquals(f[2] + " " + f[3], bits(nuvik.weight(app)) + " " + bits(nuvik.weightDet(app)), at);
+            double[] weights = nuvik.weights(List.of(app, "x"));
             assertEquals(f[2] + " 0000000000000000", bits(weights[0]) + " " + bits(weights[1]), at);
             break;
           case "metrics":

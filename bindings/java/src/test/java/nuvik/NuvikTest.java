@@ -87,7 +87,9 @@ class NuvikTest {
     String withNul = "nul\0byte";
     String fullwidth = "\uFF5Ewave";
     try (Nuvik nuvik = new Nuvik()) {
-      for (String app : new String[] {outsideBmp, withNul, fullwidth, "\uD800lone", outsideBmp}) nuvik.update(app, 7, 0);
+      for (String app : new String[] {outsideBmp, withNul, fullwidth, "\uD800lone", outsideBmp}) {
+        nuvik.update(app, 7, 0);
+      }
       // Map order is UTF-8 byte order: U+FF5E and U+FFFD before U+1F600, unlike String.compareTo.
       assertEquals(List.of("nul\0byte", "\uFF5Ewave", "\uFFFDlone", outsideBmp),
           List.copyOf(nuvik.allWeights().keySet()));
