@@ -1,0 +1,122 @@
+// The C++ side of the Java conformance tests, through the public API only.
+//   nuvik-pin-driver replay          prints a launch stream, with the facade's answers after every step
+//   nuvik-pin-driver resave NAME...  loads the document on stdin into Nuvik(NAMEs) and writes it again
+// Names and documents are printed as hexadecimal UTF-8 bytes, doubles as the hexadecimal of their bits.
+#include <cinttypes>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <iostream>
+#include <iterator>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <nuvik/Nuvik.h>
+
+namespace {
+
+using NuvikPrediction::Nuvik;
+
+std::string Hex(const std::string& bytes) {
+  static const char kDigits[] = "0123456789abcdef";
+  std::string hex;
+  for (unsigned char byte : bytes) {
+    hex.push_back(kDigits[byte >> 4]);
+    hex.push_back(kDigits[byte & 15]);
+  }
+  return hex;
+}
+
+std::string Bits(double value) {
+  std::uint64_t bits;
+  std::memcpy(&bits, &value, sizeof bits);
+  char text[17];
+  std::snprintf(text, sizeof text, "%016" PRIx64, bits);
+  return text;
+}
+
+// Names with non-ASCII characters, one outside the BMP, one with U+0000, and a
+// pair whose UTF-8 byte order differs from Java's String order.
+std::vector<std::string> Apps() {
+  std::vector<std::string> apps = {"caf\xc3\xa9", "\xf0\x9f\x98\x80 chat", std::string("nul\0byte", 8),
+                                   "\xef\xbd\x9ewave", "\xe6\x97\xa5\xe6\x9c\xac"};
+  for (int i = 0; i < 19; ++i) apps.push_back("com.example.app" + std::to_string(i));
+  return apps;
+}
+
+void PrintState(const Nuvik& nuvik, const std::vector<std::string>& probes) {
+  std::cout << "next";
+  for (const std::string& app : nuvik.GetNext()) std::cout << ' ' << Hex(app);
+  std::cout << "\nweights";
+  for (const auto& [app, weight] : nuvik.GetAllWeights()) std::cout << ' ' << Hex(app) << ' ' << Bits(weight);
+  for (const std::string& app : probes) {
+    std::cout << "\nprobe " << Hex(app) << ' ' << Bits(nuvik.GetWeightSingle(app)) << ' '
+              << Bits(nuvik.GetWeightSingleDet(app));
+  }
+  std::cout << "\nmetrics " << nuvik.GetCountMetrics() << ' ' << Bits(nuvik.GetSumMap()) << ' '
+            << Bits(nuvik.GetSumRecall()) << ' ' << Bits(nuvik.GetMapMetric()) << ' '
+            << Bits(nuvik.GetRecallMetric()) << ' ' << nuvik.GetCountKnownApps() << '\n';
+}
+
+int Replay() {
+  const std::vector<std::string> names = {"markov_chain3_invalidate", "linear"};
+  const std::vector<std::string> apps = Apps();
+  const std::vector<std::string> probes = {apps[1], apps[2], "never launched"};
+  Nuvik nuvik(names);
+  std::cout << "predictors " << names[0] << ' ' << names[1] << '\n';
+  std::uint64_t state = 12345;
+  const auto random = [&state](std::uint64_t bound) {
+    state = state * 6364136223846793005u + 1442695040888963407u;
+    return (state >> 33) % bound;
+  };
+  std::size_t last = 0;
+  int minute = 0;
+  for (int step = 0; step < 400; ++step) {
+    if (step == 150) {
+      const std::vector<std::pair<std::string, int>> priorities = {{apps[3], 2}, {apps[0], -1}, {apps[3], 5}};
+      nuvik.SetAppsPriority(priorities);
+      std::cout << "priority";
+      for (const auto& [app, priority] : priorities) std::cout << ' ' << Hex(app) << ' ' << priority;
+      std::cout << '\n';
+    }
+    if (step == 250) nuvik.ResetPriority(), std::cout << "reset\n";
+    if (step == 300) nuvik.Clear(), std::cout << "clear\n";
+    if (step == 350) nuvik.ClearMetrics(), std::cout << "clearmetrics\n";
+    last = random(3) == 0 ? random(apps.size()) : (last * 7 + 3 + random(2)) % apps.size();
+    minute += 1 + static_cast<int>(random(40));
+    // Every 50th launch carries a time outside the day, which the facade takes as it is.
+    const int hour = step % 50 == 49 ? 30 : (minute / 60) % 24;
+    const int minuteOfHour = step % 50 == 49 ? -7 : minute % 60;
+    std::tm time{};
+    time.tm_hour = hour;
+    time.tm_min = minuteOfHour;
+    nuvik.Update(apps[last], time);
+    std::cout << "launch " << Hex(apps[last]) << ' ' << hour << ' ' << minuteOfHour << '\n';
+    PrintState(nuvik, probes);
+  }
+  std::ostringstream document;
+  nuvik.SerializeJson(document);
+  std::cout << "document " << Hex(document.str()) << '\n';
+  return 0;
+}
+
+int Resave(std::vector<std::string> names) {
+  Nuvik nuvik(names);
+  std::istringstream in(std::string(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>()));
+  if (nuvik.DeserializeJson(in).bad()) return 1;
+  nuvik.SerializeJson(std::cout);
+  return std::cout.flush() ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const std::string mode = argc > 1 ? argv[1] : "";
+  if (mode == "replay") return Replay();
+  if (mode == "resave") return Resave(std::vector<std::string>(argv + 2, argv + argc));
+  std::cerr << "usage: nuvik-pin-driver replay | resave NAME...\n";
+  return 2;
+}
