@@ -3,6 +3,7 @@
 // second argument of parameters) and prints, per launch, the next list and
 // every weight; then the metrics and the saved document. test_facade.py
 // prints the same through the Python package.
+#include <cmath>
 #include <cstdio>
 #include <iostream>
 #include <sstream>
@@ -20,7 +21,9 @@ std::vector<std::string> Split(const std::string& text) {
   return parts;
 }
 
+// As Python prints it: NaN without a sign.
 std::string Number(double value) {
+  if (std::isnan(value)) return "nan";
   char text[64];
   std::snprintf(text, sizeof text, "%.17g", value);
   return text;

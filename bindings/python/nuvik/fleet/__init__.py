@@ -14,10 +14,13 @@ import contextlib
 import glob
 import logging
 import math
+import operator
 import os
 import sys
 import time
 
+import dask
+import dask.dataframe as dd
 import numpy as np
 import pandas as pd
 
@@ -52,23 +55,25 @@ class FleetResult:
 
 
 def replay(logs, ensembles, *, scheduler=None, workers=None, skip_repeats=False, kill_threshold=0.05,
-           utc_offset=None, per_user=False, skip_bad_rows=False, progress=False):
+           utc_offset=None, per_user=False, skip_bad_rows=False, progress=False, tasks=None):
     """nuvik.replay over a Dask cluster; returns the same frame.
 
     logs: file paths or globs ("logs/*.csv.gz": CSV or TSV, plain or gzip, as nuvik-replay reads them; together
     they are one log, in the order given, each glob's files sorted by name) or a Dask DataFrame with the columns
     of nuvik.replay. scheduler: None for a LocalCluster of `workers` processes (default: one per core), else an
     address or a distributed.Client. A bad row raises ValueError with nuvik-replay's message (for a Dask
-    DataFrame, lines count within each partition); skip_bad_rows drops such rows instead.
+    DataFrame, lines count within each partition); skip_bad_rows drops such rows instead. tasks: how many
+    replay tasks share the users (default: one per LAUNCHES_PER_TASK launches); progress: draw a progress bar
+    on a terminal.
     """
     return run(logs, ensembles, scheduler=scheduler, workers=workers, skip_repeats=skip_repeats,
                kill_threshold=kill_threshold, utc_offset=utc_offset, skip_bad_rows=skip_bad_rows,
-               progress=progress).frame(per_user)
+               progress=progress, tasks=tasks).frame(per_user)
 
 
 def run(logs, ensembles, *, scheduler=None, workers=None, skip_repeats=False, kill_threshold=0.05, utc_offset=None,
-        skip_bad_rows=False, progress=False):
-    """Replays the logs on the cluster and returns the FleetResult."""
+        skip_bad_rows=False, progress=False, tasks=None):
+    """Replays the logs on the cluster and returns the FleetResult; the arguments are those of replay."""
     ensembles = ensemble_list(ensembles)
     # Checks the ensembles (ValueError) and names the runs before any task starts.
     empty = np.zeros(0, dtype=np.int64)
@@ -79,35 +84,29 @@ def run(logs, ensembles, *, scheduler=None, workers=None, skip_repeats=False, ki
     with _connect(scheduler, workers) as client:
         if frame is not None:
             sources = [f"{FRAME_SOURCE} partition {i}" for i in range(frame.npartitions)]
-            parsed = client.compute([_delayed(_parse_partition)(part, i, sources[i], utc_offset, skip_bad_rows)
+            parsed = client.compute([dask.delayed(_parse_partition, pure=True)(part, i, sources[i], utc_offset,
+                                                                              skip_bad_rows)
                                      for i, part in enumerate(frame.to_delayed())])
         else:
             sources = paths
             parsed = client.map(_read_file, paths, range(len(paths)), utc_offset=utc_offset,
                                 skip_bad_rows=skip_bad_rows)
-        pieces = client.map(_piece_of, parsed)
         logs_read = client.gather(client.map(_summary_of, parsed))
         for summary in logs_read:
             if "error" in summary:
                 raise ValueError(summary["error"])
         launches = sum(summary["launches"] for summary in logs_read)
-        tasks = max(1, math.ceil(launches / LAUNCHES_PER_TASK))
-        shares = _by_user(pieces, tasks).to_delayed()
-        futures = client.compute([_delayed(_replay_share)(share, sources, ensembles, skip_repeats, kill_threshold,
-                                                          skip_bad_rows) for share in shares])
+        tasks = tasks or max(1, math.ceil(launches / LAUNCHES_PER_TASK))
+        # Each part is split by user into one piece per task; a task gathers its pieces of every part.
+        splits = client.map(_split, parsed, tasks=tasks)
+        futures = [client.submit(_replay_share, client.map(operator.itemgetter(t), splits), sources, ensembles,
+                                 skip_repeats, kill_threshold, skip_bad_rows) for t in range(tasks)]
+        del parsed, splits  # a part's data lives only until its pieces are replayed
         results = _gather(client, futures, progress)
     return _combine(FRAME_SOURCE if frame is not None else ", ".join(paths), runs, logs_read, results)
 
 
-def _delayed(function):
-    import dask
-
-    return dask.delayed(function, pure=True)
-
-
 def _dask_frame(logs):
-    import dask.dataframe as dd
-
     return logs if isinstance(logs, dd.DataFrame) else None
 
 
@@ -173,32 +172,24 @@ def _parse_partition(frame, part, source, utc_offset, skip_bad_rows):
     return _parsed(lambda: _nuvik.parse_columns(log_text(frame), source, utc_offset, skip_bad_rows), part)
 
 
-def _piece_of(parsed):
-    return parsed[0]
-
-
 def _summary_of(parsed):
     return parsed[1]
 
 
-def _by_user(pieces, tasks):
-    """The launches shuffled into `tasks` shares, every user's launches in one share."""
-    import dask.dataframe as dd
-
-    empty = _columns_frame({"user_names": [], "app_names": [], "user": np.zeros(0, dtype=np.int64),
-                            "app": np.zeros(0, dtype=np.int64), "time": np.zeros(0, dtype=np.int64),
-                            "order": np.zeros(0, dtype=np.int64)}, 0)
-    frame = dd.from_delayed(pieces, meta=empty, verify_meta=False)
-    return frame.shuffle("user", npartitions=tasks, shuffle="tasks", ignore_index=True)
+def _split(parsed, tasks):
+    """A part's launches in `tasks` pieces, every user's launches in one piece (by a hash of the name)."""
+    frame = parsed[0]
+    task = pd.util.hash_pandas_object(frame["user"], index=False).to_numpy() % tasks
+    return [frame[task == t] for t in range(tasks)]
 
 
 def _local_time(seconds):
     return pd.Timestamp(int(seconds), unit="s").strftime("%Y-%m-%d %H:%M:%S")
 
 
-def _replay_share(share, sources, ensembles, skip_repeats, kill_threshold, skip_bad_rows):
+def _replay_share(pieces, sources, ensembles, skip_repeats, kill_threshold, skip_bad_rows):
     """Replays every user of a share in log order; the results say where each user first appears."""
-    share = share.sort_values(["part", "order"], kind="stable", ignore_index=True)
+    share = pd.concat(pieces, ignore_index=True).sort_values(["part", "order"], kind="stable", ignore_index=True)
     # Each file is in time order per user; a user's rows must also not go back in time from one file to the next.
     latest = share.groupby("user", sort=False)["time"].cummax()
     earlier = (share["time"] < latest.groupby(share["user"], sort=False).shift()).to_numpy()
@@ -269,7 +260,7 @@ def _combine(source, runs, logs_read, results):
                    for result in results for u, (key, name) in enumerate(zip(result["keys"], result["users"])))
     combined = []
     for r, (label, baseline) in enumerate(runs):
-        apps = set().union(*(result["runs"][r][0] for result in results if result["runs"]))
+        apps = set().union(*(result["runs"][r][0] for result in results))
         combined.append((label, baseline, len(apps), [totals[r] for _, _, totals in users]))
     samples = [sample for summary in logs_read for sample in summary["bad_row_samples"]]
     samples += [sample for result in results for sample in result["bad_row_samples"]]
