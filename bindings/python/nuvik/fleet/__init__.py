@@ -43,6 +43,7 @@ class FleetResult:
         self.bad_row_samples = bad_row_samples
         self.user_names = user_names
         self.runs = runs  # (label, baseline, apps, per-user totals in log order)
+        self.peak_memory = {}  # worker address: peak resident bytes, at the end of the run
 
     def frame(self, per_user=False):
         """The same frame as nuvik.replay."""
@@ -103,7 +104,17 @@ def run(logs, ensembles, *, scheduler=None, workers=None, skip_repeats=False, ki
                                  skip_repeats, kill_threshold, skip_bad_rows) for t in range(tasks)]
         del parsed, splits  # a part's data lives only until its pieces are replayed
         results = _gather(client, futures, progress)
-    return _combine(FRAME_SOURCE if frame is not None else ", ".join(paths), runs, logs_read, results)
+        peak = client.run(_peak_memory)
+    result = _combine(FRAME_SOURCE if frame is not None else ", ".join(paths), runs, logs_read, results)
+    result.peak_memory = peak
+    return result
+
+
+def _peak_memory():
+    """This process's peak resident memory in bytes."""
+    import resource
+
+    return resource.getrusage(resource.RUSAGE_SELF).ru_maxrss * 1024
 
 
 def _dask_frame(logs):

@@ -1,6 +1,7 @@
 """python3 -m nuvik.fleet LOG... --compare E1 E2 ...: nuvik-replay's table (or JSON) from a Dask cluster."""
 import argparse
 import sys
+import time
 
 from . import run
 
@@ -29,6 +30,8 @@ def parse_arguments(argv):
     parser.add_argument("--kill-threshold", type=float, default=0.05, help="kill-list threshold of the facade")
     parser.add_argument("--utc-offset", help="local time offset for epoch timestamps, e.g. +02:00")
     parser.add_argument("--skip-bad-rows", action="store_true", help="count and skip malformed rows")
+    parser.add_argument("--stats", action="store_true",
+                        help="print launches per second and each worker's peak memory to standard error")
     arguments = parser.parse_args(argv)
     if arguments.workers is not None and arguments.workers < 1:
         parser.error("--workers must be at least 1")
@@ -37,6 +40,7 @@ def parse_arguments(argv):
 
 def main(argv=None):
     arguments = parse_arguments(argv)
+    start = time.monotonic()
     try:
         result = run(arguments.logs, arguments.compare or [arguments.predictors], scheduler=arguments.scheduler,
                      workers=arguments.workers, skip_repeats=arguments.skip_repeats,
@@ -50,6 +54,11 @@ def main(argv=None):
               f"{', the first:' if result.bad_rows > len(result.bad_row_samples) else ':'}", file=sys.stderr)
         for sample in result.bad_row_samples:
             print(f"  {sample}", file=sys.stderr)
+    if arguments.stats:
+        seconds = time.monotonic() - start
+        memory = ", ".join(f"{peak / 2**20:.0f}" for peak in result.peak_memory.values())
+        print(f"{PROGRAM}: {result.launches} launches in {seconds:.1f} s: {result.launches / seconds:.0f} launches/s; "
+              f"peak memory per worker: {memory} MiB", file=sys.stderr)
     sys.stdout.write(result.report(arguments.format, arguments.per_user))
     return 0
 
