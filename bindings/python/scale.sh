@@ -34,20 +34,26 @@ timed() {
   rm -f "$log"
 }
 
+# One line of the table: RUN SECONDS LAUNCHES PEAK.
+row() {
+  awk -v run="$1" -v s="$2" -v n="$3" -v peak="$4" 'BEGIN { printf "%-28s %10s %12.0f %22s\n", run, s, n / s, peak }'
+}
+
 measure() {
   local dir=$1 build=${2:-build} launches jobs seconds peak workers line
   launches=$(($(zcat "$dir/whole.csv.gz" | wc -l) - 1))
   printf '%-28s %10s %12s %22s\n' run seconds launches/s 'peak MiB per worker'
   for jobs in 1 2; do
-    read -r seconds peak < <(timed "$build/tools/nuvik-replay" "$dir/whole.csv.gz" --compare "${ENSEMBLES[@]}" --jobs "$jobs")
-    printf '%-28s %10s %12.0f %22s\n' "nuvik-replay --jobs $jobs" "$seconds" "$(awk -v n="$launches" -v s="$seconds" 'BEGIN { print n / s }')" "$peak"
+    read -r seconds peak < <(timed "$build/tools/nuvik-replay" "$dir/whole.csv.gz" --compare "${ENSEMBLES[@]}" \
+      --jobs "$jobs")
+    row "nuvik-replay --jobs $jobs" "$seconds" "$launches" "$peak"
   done
   for workers in 1 2; do
     line=$(PYTHONPATH="$build/bindings/python" "$PYTHON" -m nuvik.fleet "$dir"/part-*.csv.gz \
       --compare "${ENSEMBLES[@]}" --workers "$workers" --stats 2>&1 >/dev/null | grep 'launches/s')
     seconds=$(sed -E 's/.* in ([0-9.]+) s.*/\1/' <<<"$line")
     peak=$(sed -E 's/.*peak memory per worker: (.*) MiB/\1/' <<<"$line")
-    printf '%-28s %10s %12.0f %22s\n' "nuvik.fleet, $workers worker(s)" "$seconds" "$(awk -v n="$launches" -v s="$seconds" 'BEGIN { print n / s }')" "$peak"
+    row "nuvik.fleet, $workers worker(s)" "$seconds" "$launches" "$peak"
   done
 }
 

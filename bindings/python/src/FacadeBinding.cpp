@@ -200,15 +200,18 @@ void BindFacade(py::module_& module) {
              const Lock lock(facade.mutex);
              facade.nuvik.ResetPriority();
            })
-      .def_property_readonly("count_metrics",
-                             [](Facade& facade) { const Lock lock(facade.mutex); return facade.nuvik.GetCountMetrics(); })
+      .def_property_readonly("count_metrics", [](Facade& facade) {
+        const Lock lock(facade.mutex);
+        return facade.nuvik.GetCountMetrics();
+      })
       .def_property_readonly("map_metric",
                              [](Facade& facade) { const Lock lock(facade.mutex); return facade.nuvik.GetMapMetric(); })
       .def_property_readonly("recall_metric", [](Facade& facade) {
         const Lock lock(facade.mutex);
         return facade.nuvik.GetRecallMetric();
       })
-      .def_property_readonly("sum_map", [](Facade& facade) { const Lock lock(facade.mutex); return facade.nuvik.GetSumMap(); })
+      .def_property_readonly("sum_map",
+                             [](Facade& facade) { const Lock lock(facade.mutex); return facade.nuvik.GetSumMap(); })
       .def_property_readonly("sum_recall",
                              [](Facade& facade) { const Lock lock(facade.mutex); return facade.nuvik.GetSumRecall(); })
       .def_property_readonly("count_known_apps", [](Facade& facade) {
@@ -247,7 +250,8 @@ void BindFacade(py::module_& module) {
             if (!rejection.empty()) throw FormatError(rejection);
           },
           "document"_a)
-      .def("library_info", [](Facade& facade) { const Lock lock(facade.mutex); return facade.nuvik.GetLibraryInfo(); })
+      .def("library_info",
+           [](Facade& facade) { const Lock lock(facade.mutex); return facade.nuvik.GetLibraryInfo(); })
       .def("__repr__", [](Facade& facade) { const Lock lock(facade.mutex); return facade.nuvik.PrintNuvikInfo(); });
 }
 

@@ -173,7 +173,9 @@ py::dict ReplayColumns(const Codes& users, const std::vector<std::string>& userN
   const auto user = users.unchecked<1>();
   const auto app = apps.unchecked<1>();
   const auto time = times.unchecked<1>();
-  if (app.shape(0) != user.shape(0) || time.shape(0) != user.shape(0)) throw py::value_error("columns differ in length");
+  if (app.shape(0) != user.shape(0) || time.shape(0) != user.shape(0)) {
+    throw py::value_error("columns differ in length");
+  }
   LaunchLog log;
   log.apps = appNames;
   std::vector<std::size_t> userIndex(userNames.size(), SIZE_MAX);

@@ -8,8 +8,8 @@ import pytest
 import nuvik
 from conftest import FACADE_TRACE
 
-APPS = ["com.whatsapp", "com.spotify.music", "org.mozilla.firefox", "com.android.chrome", "com.google.android.gm",
-        "com.waze", "com.strava", "com.amazon.kindle", "ch.threema.app", "écran", "日本語", "com.king.candycrushsaga"]
+APPS = ["com.whatsapp", "com.spotify.music", "org.mozilla.firefox", "com.android.chrome", "com.waze", "com.strava",
+        "com.amazon.kindle", "ch.threema.app", "écran", "日本語", "com.king.candycrushsaga", "com.google.android.gm"]
 
 
 def stream(seed, length=600):

@@ -24,8 +24,9 @@ TWO = ["markov_chain3_invalidate,double_linear", "stat_counter"]
 @pytest.fixture(scope="module")
 def client():
     # A killed worker's address then fails fast for the workers fetching from it.
-    with dask.config.set({"distributed.comm.timeouts.connect": "5s"}), LocalCluster(n_workers=2, threads_per_worker=1, processes=True, host="127.0.0.1", dashboard_address=None,
-                      silence_logs=50) as cluster, Client(cluster) as client:
+    with dask.config.set({"distributed.comm.timeouts.connect": "5s"}), \
+            LocalCluster(n_workers=2, threads_per_worker=1, processes=True, host="127.0.0.1", dashboard_address=None,
+                         silence_logs=50) as cluster, Client(cluster) as client:
         client.wait_for_workers(2, timeout=60)
         yield client
 
