@@ -90,8 +90,9 @@ def run(logs, ensembles, *, scheduler=None, workers=None, skip_repeats=False, ki
                                      for i, part in enumerate(frame.to_delayed())])
         else:
             sources = paths
+            # Not pure: a file may change between two runs on one cluster.
             parsed = client.map(_read_file, paths, range(len(paths)), utc_offset=utc_offset,
-                                skip_bad_rows=skip_bad_rows)
+                                skip_bad_rows=skip_bad_rows, pure=False)
         logs_read = client.gather(client.map(_summary_of, parsed))
         for summary in logs_read:
             if "error" in summary:
