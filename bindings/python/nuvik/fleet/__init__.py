@@ -56,7 +56,7 @@ class FleetResult:
 
 
 def replay(logs, ensembles, *, scheduler=None, workers=None, skip_repeats=False, kill_threshold=0.05,
-           utc_offset=None, per_user=False, skip_bad_rows=False, progress=False, tasks=None):
+           utc_offset=None, per_user=False, skip_bad_rows=False, progress=False, tasks=None, memory_limit=None):
     """nuvik.replay over a Dask cluster; returns the same frame.
 
     logs: file paths or globs ("logs/*.csv.gz": CSV or TSV, plain or gzip, as nuvik-replay reads them; together
@@ -65,15 +65,15 @@ def replay(logs, ensembles, *, scheduler=None, workers=None, skip_repeats=False,
     address or a distributed.Client. A bad row raises ValueError with nuvik-replay's message (for a Dask
     DataFrame, lines count within each partition); skip_bad_rows drops such rows instead. tasks: how many
     replay tasks share the users (default: one per LAUNCHES_PER_TASK launches); progress: draw a progress bar
-    on a terminal.
+    on a terminal; memory_limit: of each local worker ("2GiB"), past which Dask spills held launches to disk.
     """
     return run(logs, ensembles, scheduler=scheduler, workers=workers, skip_repeats=skip_repeats,
                kill_threshold=kill_threshold, utc_offset=utc_offset, skip_bad_rows=skip_bad_rows,
-               progress=progress, tasks=tasks).frame(per_user)
+               progress=progress, tasks=tasks, memory_limit=memory_limit).frame(per_user)
 
 
 def run(logs, ensembles, *, scheduler=None, workers=None, skip_repeats=False, kill_threshold=0.05, utc_offset=None,
-        skip_bad_rows=False, progress=False, tasks=None):
+        skip_bad_rows=False, progress=False, tasks=None, memory_limit=None):
     """Replays the logs on the cluster and returns the FleetResult; the arguments are those of replay."""
     ensembles = ensemble_list(ensembles)
     # Checks the ensembles (ValueError) and names the runs before any task starts.
@@ -82,7 +82,7 @@ def run(logs, ensembles, *, scheduler=None, workers=None, skip_repeats=False, ki
             _nuvik.replay_columns(empty, [], empty, [], empty, ensembles, skip_repeats, kill_threshold)["runs"]]
     frame = _dask_frame(logs)
     paths = None if frame is not None else _expand(logs)
-    with _connect(scheduler, workers) as client:
+    with _connect(scheduler, workers, memory_limit) as client:
         if frame is not None:
             sources = [f"{FRAME_SOURCE} partition {i}" for i in range(frame.npartitions)]
             parsed = client.compute([dask.delayed(_parse_partition, pure=True)(part, i, sources[i], utc_offset,
@@ -138,7 +138,7 @@ def _expand(logs):
 
 
 @contextlib.contextmanager
-def _connect(scheduler, workers):
+def _connect(scheduler, workers, memory_limit):
     """A client of the given scheduler, or of a LocalCluster of worker processes on the loopback interface."""
     from distributed import Client, LocalCluster
 
@@ -151,7 +151,8 @@ def _connect(scheduler, workers):
             yield client
     else:
         with LocalCluster(n_workers=workers or os.cpu_count() or 1, threads_per_worker=1, processes=True,
-                          host="127.0.0.1", dashboard_address=None, silence_logs=logging.ERROR) as cluster, \
+                          host="127.0.0.1", dashboard_address=None, silence_logs=logging.ERROR,
+                          memory_limit=memory_limit or "auto") as cluster, \
                 Client(cluster) as client:
             yield client
 

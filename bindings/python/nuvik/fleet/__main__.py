@@ -24,6 +24,9 @@ def parse_arguments(argv):
     parser.add_argument("--workers", type=int, metavar="N",
                         help="worker processes of the local cluster (default: one per core); with --scheduler, "
                              "wait for N workers")
+    parser.add_argument("--memory-limit", metavar="SIZE",
+                        help="memory of each local worker, e.g. 2GiB, past which Dask spills to disk "
+                             "(default: the machine's memory shared among the workers)")
     parser.add_argument("--format", choices=("table", "json"), default="table", help="output format")
     parser.add_argument("--per-user", action="store_true", help="add a table per user")
     parser.add_argument("--skip-repeats", action="store_true", help="ignore a launch of the app launched just before")
@@ -43,7 +46,8 @@ def main(argv=None):
     start = time.monotonic()
     try:
         result = run(arguments.logs, arguments.compare or [arguments.predictors], scheduler=arguments.scheduler,
-                     workers=arguments.workers, skip_repeats=arguments.skip_repeats,
+                     workers=arguments.workers, memory_limit=arguments.memory_limit,
+                     skip_repeats=arguments.skip_repeats,
                      kill_threshold=arguments.kill_threshold, utc_offset=arguments.utc_offset,
                      skip_bad_rows=arguments.skip_bad_rows, progress=True)
     except (ValueError, OSError) as error:
