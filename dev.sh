@@ -3,11 +3,16 @@
 #   ./dev.sh demo       build nuvik-replay, then compare ensembles on the sample log
 #   ./dev.sh test       build, then run the unit tests
 #   ./dev.sh sanitize   build with AddressSanitizer + UBSan, then run the unit tests
+#   ./dev.sh python     build the Python package for Debian's python3, then run its pytest suite
 #   ./dev.sh deps       install the Debian packages the build needs
 set -euo pipefail
 cd "$(dirname "$0")"
 
 PACKAGES=(cmake make g++ pkg-config libjsoncpp-dev libgtest-dev libcli11-dev zlib1g-dev)
+# The Python package; they belong to Debian's interpreter, /usr/bin/python3 (NUVIK_PYTHON overrides it).
+PYTHON_PACKAGES=(python3-dev python3-pybind11 pybind11-dev python3-numpy python3-pandas python3-dask
+  python3-distributed python3-pytest)
+NUVIK_PYTHON=${NUVIK_PYTHON:-/usr/bin/python3}
 JOBS=$(nproc 2>/dev/null || echo 2)
 # The five predictors alone, then two-slot ensembles (the second slot dominates).
 DEMO_ENSEMBLES=(stat_counter linear double_linear markov_chain3_invalidate knn_regression
@@ -15,9 +20,11 @@ DEMO_ENSEMBLES=(stat_counter linear double_linear markov_chain3_invalidate knn_r
   markov_chain3_invalidate,double_linear)
 
 deps() {
-  command -v dpkg-query >/dev/null || { echo "not a Debian system: install ${PACKAGES[*]} by hand" >&2; return 0; }
+  [ $# -gt 0 ] || set -- "${PACKAGES[@]}"
+  local packages=("$@")
+  command -v dpkg-query >/dev/null || { echo "not a Debian system: install ${packages[*]} by hand" >&2; return 0; }
   local missing=() package
-  for package in "${PACKAGES[@]}"; do
+  for package in "${packages[@]}"; do
     dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' || missing+=("$package")
   done
   [ ${#missing[@]} -eq 0 ] && return 0
@@ -50,7 +57,14 @@ case "${1:-}" in
   test)
     deps
     build build
-    ctest --test-dir build --output-on-failure -j "$JOBS"
+    # The Python suite runs with ./dev.sh python.
+    ctest --test-dir build --output-on-failure -j "$JOBS" -LE python
+    ;;
+  python)
+    deps
+    deps "${PYTHON_PACKAGES[@]}"
+    build build -DNUVIK_BUILD_PYTHON=ON -DNUVIK_PYTHON="$NUVIK_PYTHON"
+    ctest --test-dir build --output-on-failure -j "$JOBS" -L python
     ;;
   sanitize)
     deps
@@ -59,7 +73,7 @@ case "${1:-}" in
       ctest --test-dir build-sanitize --output-on-failure -j "$JOBS"
     ;;
   *)
-    sed -n '2,6s/^# \{0,1\}//p' "$0" >&2
+    sed -n '2,7s/^# \{0,1\}//p' "$0" >&2
     exit 2
     ;;
 esac

@@ -41,7 +41,7 @@ std::string Plural(std::size_t count, const char* one, const char* many) {
   return std::to_string(count) + " " + (count == 1 ? one : many);
 }
 
-std::string UserName(const UserLog& user) { return user.name.empty() ? "(no user column)" : user.name; }
+std::string UserName(const std::string& name) { return name.empty() ? "(no user column)" : name; }
 
 void PrintTable(std::ostream& out, const std::vector<Row>& rows) {
   static const char* const kHeaders[] = {"ensemble", "users", "launches", "scored",
@@ -110,51 +110,85 @@ Totals TotalOf(const UserResult& user) {
   return {1, user.launches, user.scored, user.knownApps.size(), user.sumMap, user.sumRecall, user.seconds};
 }
 
-Totals TotalOf(const RunResult& run) {
+Totals AddUp(const std::vector<Totals>& users, std::size_t apps) {
   Totals totals;
-  std::set<std::string> apps;
-  for (const UserResult& user : run.users) {
-    ++totals.users;
+  for (const Totals& user : users) {
+    totals.users += user.users;
     totals.launches += user.launches;
     totals.scored += user.scored;
     totals.sumMap += user.sumMap;
     totals.sumRecall += user.sumRecall;
     totals.seconds += user.seconds;
+  }
+  totals.apps = apps;
+  return totals;
+}
+
+Totals TotalOf(const RunResult& run) {
+  std::vector<Totals> users;
+  std::set<std::string> apps;
+  for (const UserResult& user : run.users) {
+    users.push_back(TotalOf(user));
     apps.insert(user.knownApps.begin(), user.knownApps.end());
   }
-  totals.apps = apps.size();
+  return AddUp(users, apps.size());
+}
+
+LogSummary SummaryOf(const LaunchLog& log) {
+  LogSummary summary{log.source, log.launchCount, log.apps.size(), log.badRows, {}};
+  for (const UserLog& user : log.users) summary.userNames.push_back(user.name);
+  return summary;
+}
+
+std::vector<RunTotals> TotalsOf(const std::vector<RunResult>& runs) {
+  std::vector<RunTotals> totals;
+  for (const RunResult& run : runs) {
+    RunTotals& entry = totals.emplace_back();
+    entry.label = run.label;
+    entry.baseline = run.baseline;
+    entry.total = TotalOf(run);
+    for (const UserResult& user : run.users) entry.users.push_back(TotalOf(user));
+  }
   return totals;
 }
 
 void PrintTables(std::ostream& out, const LaunchLog& log, const std::vector<RunResult>& runs, bool perUser) {
+  PrintTables(out, SummaryOf(log), TotalsOf(runs), perUser);
+}
+
+void PrintJson(std::ostream& out, const LaunchLog& log, const std::vector<RunResult>& runs, bool perUser) {
+  PrintJson(out, SummaryOf(log), TotalsOf(runs), perUser);
+}
+
+void PrintTables(std::ostream& out, const LogSummary& log, const std::vector<RunTotals>& runs, bool perUser) {
   out << log.source << ": " << Plural(log.launchCount, "launch", "launches") << ", "
-      << Plural(log.users.size(), "user", "users") << ", " << Plural(log.apps.size(), "app", "apps") << "\n\n";
+      << Plural(log.userNames.size(), "user", "users") << ", " << Plural(log.appCount, "app", "apps") << "\n\n";
   std::vector<Row> rows;
-  for (const RunResult& run : runs) rows.push_back({run.label, TotalOf(run), run.baseline});
+  for (const RunTotals& run : runs) rows.push_back({run.label, run.total, run.baseline});
   PrintTable(out, rows);
   if (!perUser) return;
-  for (std::size_t u = 0; u < log.users.size(); ++u) {
-    out << "\nuser: " << UserName(log.users[u]) << "\n";
+  for (std::size_t u = 0; u < log.userNames.size(); ++u) {
+    out << "\nuser: " << UserName(log.userNames[u]) << "\n";
     rows.clear();
-    for (const RunResult& run : runs) rows.push_back({run.label, TotalOf(run.users[u]), run.baseline});
+    for (const RunTotals& run : runs) rows.push_back({run.label, run.users[u], run.baseline});
     PrintTable(out, rows);
   }
 }
 
-void PrintJson(std::ostream& out, const LaunchLog& log, const std::vector<RunResult>& runs, bool perUser) {
+void PrintJson(std::ostream& out, const LogSummary& log, const std::vector<RunTotals>& runs, bool perUser) {
   out << "{\n  \"source\": " << JsonString(log.source) << ",\n  \"launches\": " << log.launchCount
-      << ",\n  \"users\": " << log.users.size() << ",\n  \"apps\": " << log.apps.size()
+      << ",\n  \"users\": " << log.userNames.size() << ",\n  \"apps\": " << log.appCount
       << ",\n  \"badRows\": " << log.badRows << ",\n  \"results\": [";
   for (std::size_t r = 0; r < runs.size(); ++r) {
-    const RunResult& run = runs[r];
+    const RunTotals& run = runs[r];
     out << (r == 0 ? "\n" : ",\n") << "    {\"name\": " << JsonString(run.label)
         << ", \"baseline\": " << (run.baseline ? "true" : "false") << ", \"users\": " << run.users.size() << ", "
-        << JsonTotals(TotalOf(run));
+        << JsonTotals(run.total);
     if (perUser) {
       out << ",\n     \"perUser\": [";
       for (std::size_t u = 0; u < run.users.size(); ++u) {
-        out << (u == 0 ? "\n" : ",\n") << "       {\"user\": " << JsonString(log.users[u].name) << ", "
-            << JsonTotals(TotalOf(run.users[u])) << "}";
+        out << (u == 0 ? "\n" : ",\n") << "       {\"user\": " << JsonString(log.userNames[u]) << ", "
+            << JsonTotals(run.users[u]) << "}";
       }
       out << "]";
     }

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <iosfwd>
+#include <string>
 #include <vector>
 
 #include "replay/LaunchLog.h"
@@ -30,10 +31,36 @@ struct Totals {
 Totals TotalOf(const RunResult& run);
 Totals TotalOf(const UserResult& user);
 
+// Per-user totals added up in order, the way TotalOf adds a run's users;
+// `apps` is the number of distinct applications among them.
+Totals AddUp(const std::vector<Totals>& users, std::size_t apps);
+
+// What a report says of the log and of each run, so that results gathered
+// elsewhere (several processes, several machines) print like a local replay.
+struct LogSummary {
+  std::string source;
+  std::size_t launchCount = 0;
+  std::size_t appCount = 0;
+  std::size_t badRows = 0;
+  std::vector<std::string> userNames;
+};
+
+struct RunTotals {
+  std::string label;
+  bool baseline = false;
+  Totals total;
+  std::vector<Totals> users;  // parallel to LogSummary::userNames
+};
+
+LogSummary SummaryOf(const LaunchLog& log);
+std::vector<RunTotals> TotalsOf(const std::vector<RunResult>& runs);
+
 // One table of every run over all users, then with perUser one per user.
 void PrintTables(std::ostream& out, const LaunchLog& log, const std::vector<RunResult>& runs, bool perUser);
+void PrintTables(std::ostream& out, const LogSummary& log, const std::vector<RunTotals>& runs, bool perUser);
 
 void PrintJson(std::ostream& out, const LaunchLog& log, const std::vector<RunResult>& runs, bool perUser);
+void PrintJson(std::ostream& out, const LogSummary& log, const std::vector<RunTotals>& runs, bool perUser);
 
 }  // namespace NuvikReplay
 

@@ -155,9 +155,9 @@ struct Event {
   const std::string* app;
 };
 
-User MakeUser(Random& random, int index) {
+User MakeUser(Random& random, long long number) {
   User user;
-  user.name = "user" + std::to_string(index + 1);
+  user.name = "user" + std::to_string(number);
   for (int role = 0; role < kRoleCount; ++role) {
     const RoleApps& catalogue = kCatalogue[role];
     user.taste[role] = 0.5 + random.Unit();
@@ -289,12 +289,16 @@ std::vector<Event> WriteUser(Random& random, const User& user, LocalSeconds star
 
 int main(int argc, char** argv) {
   int users = 4;
+  int firstUser = 1;
   int days = 28;
   std::uint32_t seed = 1;
   std::string start = "2024-03-04";
   std::string output;
   CLI::App app{"Writes a synthetic launch log (user,timestamp,app) to standard output.", "nuvik-sample-log"};
-  app.add_option("--users", users, "Number of users")->check(CLI::Range(1, 1000))->capture_default_str();
+  app.add_option("--users", users, "Number of users")->check(CLI::Range(1, 10000000))->capture_default_str();
+  app.add_option("--first-user", firstUser, "Number in the first user's name (userN), to write a fleet in parts")
+      ->check(CLI::Range(1, 1000000000))
+      ->capture_default_str();
   app.add_option("--days", days, "Number of days")->check(CLI::Range(1, 3650))->capture_default_str();
   app.add_option("--seed", seed, "Seed of the random generator")->capture_default_str();
   app.add_option("--start", start, "First day, YYYY-MM-DD")->capture_default_str();
@@ -318,7 +322,7 @@ int main(int argc, char** argv) {
   Random random(seed);
   out << "user,timestamp,app\n";
   for (int u = 0; u < users; ++u) {
-    const User user = MakeUser(random, u);
+    const User user = MakeUser(random, static_cast<long long>(firstUser) + u);
     for (const Event& event : WriteUser(random, user, first.seconds, days)) {
       out << user.name << ',' << NuvikReplay::FormatLocalTime(event.time) << ',' << *event.app << '\n';
     }

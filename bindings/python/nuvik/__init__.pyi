@@ -1,0 +1,10 @@
+from typing import Iterable, Optional, Union
+
+import pandas as pd
+
+from ._nuvik import FormatError as FormatError
+from ._nuvik import Nuvik as Nuvik
+
+def replay(frame: pd.DataFrame, ensembles: Union[str, Iterable[str]], *, skip_repeats: bool = False,
+           kill_threshold: float = 0.05, utc_offset: Optional[str] = None, per_user: bool = False,
+           skip_bad_rows: bool = False) -> pd.DataFrame: ...

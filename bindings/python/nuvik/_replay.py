@@ -1,0 +1,74 @@
+"""nuvik.replay: nuvik-replay's engine on a pandas DataFrame."""
+import pandas as pd
+
+from . import _nuvik
+
+COLUMNS = ["ensemble", "user", "users", "launches", "scored", "apps", "sum_map", "sum_recall", "map", "recall_at_5",
+           "us_per_launch"]
+FRAME_SOURCE = "DataFrame"
+
+
+def ensemble_list(ensembles):
+    """The ensembles as a list of texts: one str is one ensemble."""
+    return [ensembles] if isinstance(ensembles, str) else list(ensembles)
+
+
+def log_text(frame):
+    """The frame's columns timestamp, app and (optional) user as the CSV nuvik-replay reads.
+
+    Rows are numbered as in that CSV: the header is line 1, the frame's first row line 2.
+    Datetime columns are written as local wall-clock time (a time zone is dropped, not converted).
+    """
+    if not isinstance(frame, pd.DataFrame):
+        raise TypeError(f"expected a pandas DataFrame, not {type(frame).__name__}")
+    names = {str(name).strip().lower(): name for name in frame.columns}
+    missing = [name for name in ("timestamp", "app") if name not in names]
+    if missing:
+        raise ValueError(f"the frame has no column {', '.join(map(repr, missing))}; "
+                         f"it needs 'timestamp' and 'app' (and optionally 'user'), found {list(frame.columns)}")
+    wanted = [name for name in ("user", "timestamp", "app") if name in names]
+    columns = {name: frame[names[name]] for name in wanted}
+    time = columns["timestamp"]
+    if isinstance(time.dtype, pd.DatetimeTZDtype):
+        columns["timestamp"] = time.dt.tz_localize(None)
+    return pd.DataFrame(columns).to_csv(index=False, date_format="%Y-%m-%d %H:%M:%S.%f", lineterminator="\n")
+
+
+def result_frame(runs, user_names, per_user):
+    """The result frame of runs given as (label, baseline, apps, per-user totals in log order).
+
+    Totals are engine tuples (users, launches, scored, apps, sum_map, sum_recall, seconds, map, recall_at_5,
+    us_per_launch); a run's are added up by the engine in log order, as nuvik-replay adds them.
+    """
+    rows = []
+    for label, _, apps, users in runs:
+        if per_user:
+            rows.extend([label, name, *user[:6], *user[7:]] for name, user in zip(user_names, users))
+        else:
+            total = _nuvik.add_up(users, apps)
+            rows.append([label, *total[:6], *total[7:]])
+    columns = [name for name in COLUMNS if per_user or name != "user"]
+    return pd.DataFrame(rows, columns=columns).astype({"users": "int64", "launches": "int64", "scored": "int64",
+                                                      "apps": "int64"})
+
+
+def engine_runs(result):
+    """(label, baseline, apps, per-user totals) of every run of an engine result."""
+    return [(run["label"], run["baseline"], len(run["apps"]), run["users"]) for run in result["runs"]]
+
+
+def replay(frame, ensembles, *, skip_repeats=False, kill_threshold=0.05, utc_offset=None, per_user=False,
+           skip_bad_rows=False):
+    """Replays a launch log held in a pandas DataFrame, as nuvik-replay does.
+
+    frame: columns 'timestamp' ("YYYY-MM-DD HH:MM[:SS]" local time, datetimes, or epoch seconds with
+    utc_offset such as "+02:00"), 'app' and optionally 'user' (one facade per user); each user's rows in
+    time order. ensembles: nuvik-replay's notation, e.g. ["stat_counter", "knn_regression:5,linear"].
+    Returns one row per ensemble, then the two baselines (with per_user: per ensemble and user, users in
+    order of first appearance) with the columns ensemble, [user,] users, launches, scored, apps, sum_map,
+    sum_recall, map, recall_at_5, us_per_launch. A bad row raises ValueError with nuvik-replay's message,
+    numbered as the line of frame.to_csv(index=False); skip_bad_rows drops such rows instead.
+    """
+    result = _nuvik.replay_text(log_text(frame), FRAME_SOURCE, ensemble_list(ensembles), skip_repeats,
+                                kill_threshold, utc_offset, skip_bad_rows)
+    return result_frame(engine_runs(result), result["users"], per_user)

@@ -1,0 +1,283 @@
+"""nuvik.fleet: nuvik-replay over a Dask cluster, with results identical to one process.
+
+Each log file (or partition of a Dask DataFrame) is parsed by nuvik-replay's reader in a task of its own; the
+launches are then shuffled by user so that every user's whole stream, in log order, is replayed by one task; the
+per-user sums come back and are added up in the order nuvik-replay adds them (users in order of first appearance),
+so the totals are the same to the bit. A task holds one file or partition, or one share of the users: keep files
+small enough (several files rather than one huge one) and memory per worker stays bounded by them and by the
+largest user's stream, never by the whole log.
+
+Without a scheduler address, a distributed.LocalCluster of worker processes on the loopback interface runs the
+tasks; with one ("tcp://HOST:8786"), an existing cluster whose workers can import nuvik and read the files.
+"""
+import contextlib
+import glob
+import logging
+import math
+import operator
+import os
+import sys
+import time
+
+import dask
+import dask.dataframe as dd
+import numpy as np
+import pandas as pd
+
+from .. import _nuvik
+from .._replay import FRAME_SOURCE, ensemble_list, log_text, result_frame
+
+# Launches per replay task: small enough to bound a worker's memory, large enough to keep the scheduler idle.
+LAUNCHES_PER_TASK = 100_000
+BAD_ROW_SAMPLES = 5
+
+
+class FleetResult:
+    """The gathered results: what nuvik-replay would have found replaying the logs as one."""
+
+    def __init__(self, source, launches, apps, bad_rows, bad_row_samples, user_names, runs):
+        self.source = source
+        self.launches = launches
+        self.apps = apps
+        self.bad_rows = bad_rows
+        self.bad_row_samples = bad_row_samples
+        self.user_names = user_names
+        self.runs = runs  # (label, baseline, apps, per-user totals in log order)
+        self.peak_memory = {}  # worker address: peak resident bytes, at the end of the run
+
+    def frame(self, per_user=False):
+        """The same frame as nuvik.replay."""
+        return result_frame(self.runs, self.user_names, per_user)
+
+    def report(self, format="table", per_user=False):
+        """nuvik-replay's table ("table") or JSON ("json") as text."""
+        return _nuvik.report(format, self.source, self.launches, self.apps, self.bad_rows, self.user_names,
+                             self.runs, per_user)
+
+
+def replay(logs, ensembles, *, scheduler=None, workers=None, skip_repeats=False, kill_threshold=0.05,
+           utc_offset=None, per_user=False, skip_bad_rows=False, progress=False, tasks=None, memory_limit=None):
+    """nuvik.replay over a Dask cluster; returns the same frame.
+
+    logs: file paths or globs ("logs/*.csv.gz": CSV or TSV, plain or gzip, as nuvik-replay reads them; together
+    they are one log, in the order given, each glob's files sorted by name) or a Dask DataFrame with the columns
+    of nuvik.replay. scheduler: None for a LocalCluster of `workers` processes (default: one per core), else an
+    address or a distributed.Client. A bad row raises ValueError with nuvik-replay's message (for a Dask
+    DataFrame, lines count within each partition); skip_bad_rows drops such rows instead. tasks: how many
+    replay tasks share the users (default: one per LAUNCHES_PER_TASK launches); progress: draw a progress bar
+    on a terminal; memory_limit: of each local worker ("2GiB"), past which Dask spills held launches to disk.
+    """
+    return run(logs, ensembles, scheduler=scheduler, workers=workers, skip_repeats=skip_repeats,
+               kill_threshold=kill_threshold, utc_offset=utc_offset, skip_bad_rows=skip_bad_rows,
+               progress=progress, tasks=tasks, memory_limit=memory_limit).frame(per_user)
+
+
+def run(logs, ensembles, *, scheduler=None, workers=None, skip_repeats=False, kill_threshold=0.05, utc_offset=None,
+        skip_bad_rows=False, progress=False, tasks=None, memory_limit=None):
+    """Replays the logs on the cluster and returns the FleetResult; the arguments are those of replay."""
+    ensembles = ensemble_list(ensembles)
+    # Checks the ensembles (ValueError) and names the runs before any task starts.
+    empty = np.zeros(0, dtype=np.int64)
+    runs = [(run["label"], run["baseline"]) for run in
+            _nuvik.replay_columns(empty, [], empty, [], empty, ensembles, skip_repeats, kill_threshold)["runs"]]
+    frame = _dask_frame(logs)
+    paths = None if frame is not None else _expand(logs)
+    with _connect(scheduler, workers, memory_limit) as client:
+        if frame is not None:
+            sources = [f"{FRAME_SOURCE} partition {i}" for i in range(frame.npartitions)]
+            parsed = client.compute([dask.delayed(_parse_partition, pure=True)(part, i, sources[i], utc_offset,
+                                                                              skip_bad_rows)
+                                     for i, part in enumerate(frame.to_delayed())])
+        else:
+            sources = paths
+            # Not pure: a file may change between two runs on one cluster.
+            parsed = client.map(_read_file, paths, range(len(paths)), utc_offset=utc_offset,
+                                skip_bad_rows=skip_bad_rows, pure=False)
+        logs_read = client.gather(client.map(_summary_of, parsed))
+        for summary in logs_read:
+            if "error" in summary:
+                raise ValueError(summary["error"])
+        launches = sum(summary["launches"] for summary in logs_read)
+        tasks = tasks or max(1, math.ceil(launches / LAUNCHES_PER_TASK))
+        # Each part is split by user into one piece per task; a task gathers its pieces of every part.
+        splits = client.map(_split, parsed, tasks=tasks)
+        futures = [client.submit(_replay_share, client.map(operator.itemgetter(t), splits), sources, ensembles,
+                                 skip_repeats, kill_threshold, skip_bad_rows) for t in range(tasks)]
+        del parsed, splits  # a part's data lives only until its pieces are replayed
+        results = _gather(client, futures, progress)
+        peak = client.run(_peak_memory)
+    result = _combine(FRAME_SOURCE if frame is not None else ", ".join(paths), runs, logs_read, results)
+    result.peak_memory = peak
+    return result
+
+
+def _peak_memory():
+    """This process's peak resident memory in bytes."""
+    import resource
+
+    return resource.getrusage(resource.RUSAGE_SELF).ru_maxrss * 1024
+
+
+def _dask_frame(logs):
+    return logs if isinstance(logs, dd.DataFrame) else None
+
+
+def _expand(logs):
+    """Paths of the logs in order; each glob's matches sorted by name."""
+    if isinstance(logs, (str, os.PathLike)):
+        logs = [logs]
+    paths = []
+    for log in map(os.fspath, logs):
+        matches = sorted(glob.glob(log)) if glob.has_magic(log) else [log]
+        if not matches:
+            raise ValueError(f"no file matches '{log}'")
+        paths.extend(matches)
+    if not paths:
+        raise ValueError("no log to replay")
+    return paths
+
+
+@contextlib.contextmanager
+def _connect(scheduler, workers, memory_limit):
+    """A client of the given scheduler, or of a LocalCluster of worker processes on the loopback interface."""
+    from distributed import Client, LocalCluster
+
+    if isinstance(scheduler, Client):
+        yield scheduler
+    elif scheduler is not None:
+        with Client(scheduler) as client:
+            if workers:
+                client.wait_for_workers(workers)
+            yield client
+    else:
+        with LocalCluster(n_workers=workers or os.cpu_count() or 1, threads_per_worker=1, processes=True,
+                          host="127.0.0.1", dashboard_address=None, silence_logs=logging.ERROR,
+                          memory_limit=memory_limit or "auto") as cluster, \
+                Client(cluster) as client:
+            yield client
+
+
+def _columns_frame(columns, part):
+    """A parsed log's launches as a frame: user, local time, app, and the log order (part, order)."""
+    return pd.DataFrame({
+        "user": np.asarray(columns["user_names"], dtype=object)[columns["user"]],
+        "time": columns["time"],
+        "app": np.asarray(columns["app_names"], dtype=object)[columns["app"]],
+        "part": np.full(len(columns["time"]), part, dtype=np.int64),
+        "order": columns["order"],
+    })
+
+
+def _parsed(read, part):
+    try:
+        columns = read()
+    except ValueError as error:
+        return None, {"error": str(error)}
+    summary = {key: columns[key] for key in ("launches", "bad_rows", "bad_row_samples")}
+    return _columns_frame(columns, part), summary
+
+
+def _read_file(path, part, utc_offset, skip_bad_rows):
+    return _parsed(lambda: _nuvik.read_columns(path, utc_offset, skip_bad_rows), part)
+
+
+def _parse_partition(frame, part, source, utc_offset, skip_bad_rows):
+    return _parsed(lambda: _nuvik.parse_columns(log_text(frame), source, utc_offset, skip_bad_rows), part)
+
+
+def _summary_of(parsed):
+    return parsed[1]
+
+
+def _split(parsed, tasks):
+    """A part's launches in `tasks` pieces, every user's launches in one piece (by a hash of the name)."""
+    frame = parsed[0]
+    task = pd.util.hash_pandas_object(frame["user"], index=False).to_numpy() % tasks
+    return [frame[task == t] for t in range(tasks)]
+
+
+def _local_time(seconds):
+    return pd.Timestamp(int(seconds), unit="s").strftime("%Y-%m-%d %H:%M:%S")
+
+
+def _replay_share(pieces, sources, ensembles, skip_repeats, kill_threshold, skip_bad_rows):
+    """Replays every user of a share in log order; the results say where each user first appears."""
+    share = pd.concat(pieces, ignore_index=True).sort_values(["part", "order"], kind="stable", ignore_index=True)
+    # Each file is in time order per user; a user's rows must also not go back in time from one file to the next.
+    latest = share.groupby("user", sort=False)["time"].cummax()
+    earlier = (share["time"] < latest.groupby(share["user"], sort=False).shift()).to_numpy()
+    samples = []
+    if earlier.any():
+        for row in np.flatnonzero(earlier)[:BAD_ROW_SAMPLES]:
+            user = share["user"].iat[row]
+            samples.append(f"{sources[share['part'].iat[row]]}: time {_local_time(share['time'].iat[row])} of user "
+                           f"'{user}' is earlier than that of a row in an earlier log; the rows of each user must "
+                           f"be in time order")
+        if not skip_bad_rows:
+            raise ValueError(samples[0])
+        share = share[~earlier].reset_index(drop=True)
+    users, user_names = pd.factorize(share["user"])
+    apps, app_names = pd.factorize(share["app"])
+    result = _nuvik.replay_columns(users, list(user_names), apps, list(app_names), share["time"].to_numpy(),
+                                   ensembles, skip_repeats, kill_threshold)
+    first = np.unique(users, return_index=True)[1]  # codes number users in order of appearance
+    return {
+        "keys": list(zip(share["part"].to_numpy()[first].tolist(), share["order"].to_numpy()[first].tolist())),
+        "users": result["users"],
+        "runs": [(run["apps"], run["users"]) for run in result["runs"]],
+        "apps": set(app_names),
+        "launches": len(share),
+        "bad_rows": int(earlier.sum()),
+        "bad_row_samples": samples,
+    }
+
+
+def _gather(client, futures, progress):
+    """The futures' results, drawing a progress bar on a terminal meanwhile."""
+    if progress and sys.stderr.isatty():
+        from distributed import as_completed
+
+        bar = _ProgressBar(len(futures))
+        for done, _ in enumerate(as_completed(futures), 1):
+            bar.draw(done)
+        bar.close()
+    return client.gather(futures)
+
+
+class _ProgressBar:
+    WIDTH = 40
+
+    def __init__(self, total):
+        self.total = total
+        self.start = time.monotonic()
+        self.shown = False
+
+    def draw(self, done):
+        if time.monotonic() - self.start < 1 and done < self.total:
+            return
+        filled = self.WIDTH * done // self.total
+        sys.stderr.write(f"\r[{'#' * filled}{' ' * (self.WIDTH - filled)}] {done}/{self.total} tasks, "
+                         f"{time.monotonic() - self.start:.0f} s")
+        sys.stderr.flush()
+        self.shown = True
+
+    def close(self):
+        if self.shown:
+            sys.stderr.write("\r\033[K")
+            sys.stderr.flush()
+
+
+def _combine(source, runs, logs_read, results):
+    """Per-user results in log order (users by first appearance), added up as nuvik-replay adds them."""
+    users = sorted((key, name, tuple(totals[u] for _, totals in result["runs"]))
+                   for result in results for u, (key, name) in enumerate(zip(result["keys"], result["users"])))
+    combined = []
+    for r, (label, baseline) in enumerate(runs):
+        apps = set().union(*(result["runs"][r][0] for result in results))
+        combined.append((label, baseline, len(apps), [totals[r] for _, _, totals in users]))
+    samples = [sample for summary in logs_read for sample in summary["bad_row_samples"]]
+    samples += [sample for result in results for sample in result["bad_row_samples"]]
+    bad_rows = sum(summary["bad_rows"] for summary in logs_read) + sum(result["bad_rows"] for result in results)
+    return FleetResult(source, sum(result["launches"] for result in results),
+                       len(set().union(*(result["apps"] for result in results))), bad_rows,
+                       samples[:BAD_ROW_SAMPLES], [name for _, name, _ in users], combined)

@@ -1,0 +1,252 @@
+// nuvik-replay's engine for nuvik.replay and nuvik.fleet: logs parsed by the
+// tool's own reader, replays by its own Replay, reports by its own Report.
+// Results travel as plain tuples of totals:
+//   (users, launches, scored, apps, sum_map, sum_recall, seconds[, map, recall_at_5, us_per_launch])
+#include <algorithm>
+#include <cstdint>
+#include <optional>
+#include <set>
+#include <sstream>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include <pybind11/numpy.h>
+#include <pybind11/stl.h>
+
+#include "Bindings.h"
+#include "replay/Ensemble.h"
+#include "replay/Errors.h"
+#include "replay/LaunchLog.h"
+#include "replay/Replay.h"
+#include "replay/Report.h"
+
+namespace py = pybind11;
+using namespace pybind11::literals;
+using namespace NuvikReplay;
+
+namespace NuvikPython {
+
+namespace {
+
+using Codes = py::array_t<std::int64_t, py::array::c_style | py::array::forcecast>;
+
+std::vector<Ensemble> Ensembles(const py::iterable& texts) {
+  std::vector<Ensemble> ensembles;
+  for (const py::handle text : texts) {
+    try {
+      ensembles.push_back(ParseEnsemble(Utf8(text, "an ensemble")));
+    } catch (const UsageError& error) {
+      throw py::value_error(error.what());
+    }
+  }
+  if (ensembles.empty()) throw py::value_error("no ensemble to replay");
+  return ensembles;
+}
+
+ReadOptions Reading(const std::optional<std::string>& utcOffset, bool skipBadRows) {
+  ReadOptions options;
+  options.skipBadRows = skipBadRows;
+  if (utcOffset) {
+    options.utcOffsetSeconds = ParseUtcOffset(*utcOffset);
+    if (!options.utcOffsetSeconds) {
+      throw py::value_error("bad utc_offset '" + *utcOffset + "': expected +HH:MM, -HH:MM, +HH or Z");
+    }
+  }
+  return options;
+}
+
+ReplayOptions Replaying(bool skipRepeats, double killThreshold) {
+  ReplayOptions options;
+  options.skipRepeats = skipRepeats;
+  options.killThreshold = killThreshold;
+  return options;
+}
+
+py::tuple ToTuple(const Totals& t) {
+  return py::make_tuple(t.users, t.launches, t.scored, t.apps, t.sumMap, t.sumRecall, t.seconds, t.Map(), t.Recall(),
+                        t.MicrosPerLaunch());
+}
+
+Totals FromTuple(const py::handle value) {
+  const py::tuple t = py::reinterpret_borrow<py::tuple>(value);
+  return {t[0].cast<std::size_t>(), t[1].cast<std::uint64_t>(), t[2].cast<std::uint64_t>(), t[3].cast<std::size_t>(),
+          t[4].cast<double>(),      t[5].cast<double>(),        t[6].cast<double>()};
+}
+
+// The log's figures and every run's, per user in the log's order of users.
+py::dict Results(const LaunchLog& log, const std::vector<RunResult>& runs) {
+  py::list users;
+  for (const UserLog& user : log.users) users.append(py::str(user.name));
+  py::list results;
+  for (const RunResult& run : runs) {
+    std::set<std::string> apps;
+    py::list perUser;
+    for (const UserResult& user : run.users) {
+      apps.insert(user.knownApps.begin(), user.knownApps.end());
+      perUser.append(ToTuple(TotalOf(user)));
+    }
+    results.append(py::dict("label"_a = run.label, "baseline"_a = run.baseline, "apps"_a = apps, "users"_a = perUser));
+  }
+  return py::dict("source"_a = log.source, "launches"_a = log.launchCount, "apps"_a = log.apps.size(),
+                  "bad_rows"_a = log.badRows, "bad_row_samples"_a = log.badRowSamples, "users"_a = users,
+                  "runs"_a = results);
+}
+
+py::dict ReplayLog(const LaunchLog& log, const std::vector<Ensemble>& ensembles, const ReplayOptions& options) {
+  std::vector<RunResult> runs;
+  {
+    const py::gil_scoped_release unlocked;
+    runs = Replay(log, ensembles, options);
+  }
+  return Results(log, runs);
+}
+
+LaunchLog ParseText(const py::handle text, const std::string& source, const ReadOptions& reading) {
+  const std::string csv = Utf8(text, "the log");
+  try {
+    const py::gil_scoped_release unlocked;
+    return ParseLaunchLog(csv, source, reading);
+  } catch (const InputError& error) {
+    throw py::value_error(error.what());
+  }
+}
+
+py::dict ReplayText(const py::handle text, const std::string& source, const py::iterable& ensembleTexts,
+                    bool skipRepeats, double killThreshold, const std::optional<std::string>& utcOffset,
+                    bool skipBadRows) {
+  const std::vector<Ensemble> ensembles = Ensembles(ensembleTexts);
+  const LaunchLog log = ParseText(text, source, Reading(utcOffset, skipBadRows));
+  return ReplayLog(log, ensembles, Replaying(skipRepeats, killThreshold));
+}
+
+// A log as columns: every launch's user and app as codes into the name lists,
+// its local time and its position in the log, grouped by user.
+py::dict Columns(const LaunchLog& log) {
+  const auto size = static_cast<py::ssize_t>(log.launchCount);
+  Codes users(size), apps(size), times(size), orders(size);
+  auto user = users.mutable_unchecked<1>();
+  auto app = apps.mutable_unchecked<1>();
+  auto time = times.mutable_unchecked<1>();
+  auto order = orders.mutable_unchecked<1>();
+  py::ssize_t row = 0;
+  py::list userNames;
+  for (std::size_t u = 0; u < log.users.size(); ++u) {
+    userNames.append(py::str(log.users[u].name));
+    for (const Launch& launch : log.users[u].launches) {
+      user(row) = static_cast<std::int64_t>(u);
+      app(row) = launch.app;
+      time(row) = launch.time;
+      order(row) = launch.order;
+      ++row;
+    }
+  }
+  return py::dict("source"_a = log.source, "launches"_a = log.launchCount, "bad_rows"_a = log.badRows,
+                  "bad_row_samples"_a = log.badRowSamples, "user_names"_a = userNames, "app_names"_a = log.apps,
+                  "user"_a = users, "app"_a = apps, "time"_a = times, "order"_a = orders);
+}
+
+py::dict ReadColumns(const std::string& path, const std::optional<std::string>& utcOffset, bool skipBadRows) {
+  const ReadOptions reading = Reading(utcOffset, skipBadRows);
+  try {
+    LaunchLog log;
+    {
+      const py::gil_scoped_release unlocked;
+      log = ReadLaunchLog(path, reading);
+    }
+    return Columns(log);
+  } catch (const InputError& error) {
+    throw py::value_error(error.what());
+  }
+}
+
+py::dict ParseColumns(const py::handle text, const std::string& source, const std::optional<std::string>& utcOffset,
+                      bool skipBadRows) {
+  return Columns(ParseText(text, source, Reading(utcOffset, skipBadRows)));
+}
+
+// Launches given as columns in log order, already checked.
+py::dict ReplayColumns(const Codes& users, const std::vector<std::string>& userNames, const Codes& apps,
+                       const std::vector<std::string>& appNames, const Codes& times, const py::iterable& ensembleTexts,
+                       bool skipRepeats, double killThreshold) {
+  const std::vector<Ensemble> ensembles = Ensembles(ensembleTexts);
+  const auto user = users.unchecked<1>();
+  const auto app = apps.unchecked<1>();
+  const auto time = times.unchecked<1>();
+  if (app.shape(0) != user.shape(0) || time.shape(0) != user.shape(0)) {
+    throw py::value_error("columns differ in length");
+  }
+  LaunchLog log;
+  log.apps = appNames;
+  std::vector<std::size_t> userIndex(userNames.size(), SIZE_MAX);
+  for (py::ssize_t row = 0; row < user.shape(0); ++row) {
+    if (user(row) < 0 || static_cast<std::size_t>(user(row)) >= userNames.size() || app(row) < 0 ||
+        static_cast<std::size_t>(app(row)) >= appNames.size()) {
+      throw py::value_error("a code has no name");
+    }
+    std::size_t& index = userIndex[static_cast<std::size_t>(user(row))];
+    if (index == SIZE_MAX) {
+      index = log.users.size();
+      log.users.push_back({userNames[static_cast<std::size_t>(user(row))], {}});
+    }
+    log.users[index].launches.push_back(
+        {time(row), static_cast<AppId>(app(row)), static_cast<std::uint32_t>(log.launchCount)});
+    ++log.launchCount;
+  }
+  return ReplayLog(log, ensembles, Replaying(skipRepeats, killThreshold));
+}
+
+// Runs as (label, baseline, apps, per-user tuples); per-user totals are added up in the order given.
+std::vector<RunTotals> ToRunTotals(const py::iterable& runs) {
+  std::vector<RunTotals> totals;
+  for (const py::handle run : runs) {
+    const py::tuple entry = py::reinterpret_borrow<py::tuple>(run);
+    RunTotals& totalsOfRun = totals.emplace_back();
+    totalsOfRun.label = entry[0].cast<std::string>();
+    totalsOfRun.baseline = entry[1].cast<bool>();
+    for (const py::handle user : py::reinterpret_borrow<py::iterable>(entry[3])) {
+      totalsOfRun.users.push_back(FromTuple(user));
+    }
+    totalsOfRun.total = AddUp(totalsOfRun.users, entry[2].cast<std::size_t>());
+  }
+  return totals;
+}
+
+}  // namespace
+
+void BindReplay(py::module_& module) {
+  module.def("replay_text", &ReplayText, "text"_a, "source"_a, "ensembles"_a, "skip_repeats"_a, "kill_threshold"_a,
+             "utc_offset"_a, "skip_bad_rows"_a, "Parses a CSV or TSV log held in a str and replays it.");
+  module.def("read_columns", &ReadColumns, "path"_a, "utc_offset"_a, "skip_bad_rows"_a,
+             "Reads a log file into columns grouped by user.");
+  module.def("parse_columns", &ParseColumns, "text"_a, "source"_a, "utc_offset"_a, "skip_bad_rows"_a,
+             "Parses a CSV or TSV log held in a str into columns grouped by user.");
+  module.def("replay_columns", &ReplayColumns, "user"_a, "user_names"_a, "app"_a, "app_names"_a, "time"_a,
+             "ensembles"_a, "skip_repeats"_a, "kill_threshold"_a, "Replays launches given as columns in log order.");
+  module.def(
+      "add_up",
+      [](const py::iterable& users, std::size_t apps) {
+        std::vector<Totals> totals;
+        for (const py::handle user : users) totals.push_back(FromTuple(user));
+        return ToTuple(AddUp(totals, apps));
+      },
+      "users"_a, "apps"_a, "Adds up per-user totals in the order given.");
+  module.def(
+      "report",
+      [](const std::string& format, const std::string& source, std::size_t launches, std::size_t apps,
+         std::size_t badRows, std::vector<std::string> userNames, const py::iterable& runs, bool perUser) {
+        const LogSummary log{source, launches, apps, badRows, std::move(userNames)};
+        const std::vector<RunTotals> totals = ToRunTotals(runs);
+        std::ostringstream out;
+        if (format == "json") {
+          PrintJson(out, log, totals, perUser);
+        } else {
+          PrintTables(out, log, totals, perUser);
+        }
+        return out.str();
+      },
+      "format"_a, "source"_a, "launches"_a, "apps"_a, "bad_rows"_a, "user_names"_a, "runs"_a, "per_user"_a,
+      "nuvik-replay's table or JSON from per-user totals.");
+}
+
+}  // namespace NuvikPython

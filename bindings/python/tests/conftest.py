@@ -1,0 +1,53 @@
+"""Shared helpers: the tools' paths (set by CTest) and nuvik-replay's JSON."""
+import json
+import os
+import subprocess
+
+import pytest
+
+REPLAY = os.environ.get("NUVIK_REPLAY", "nuvik-replay")
+SAMPLE_LOG = os.environ.get("NUVIK_SAMPLE_LOG", "data/sample-launches.csv")
+SAMPLE_LOG_BIN = os.environ.get("NUVIK_SAMPLE_LOG_BIN", "nuvik-sample-log")
+FACADE_TRACE = os.environ.get("NUVIK_FACADE_TRACE", "nuvik_facade_trace")
+ENSEMBLES = ["markov_chain3_invalidate,double_linear", "knn_regression:5", "stat_counter"]
+TOTALS = ["users", "launches", "scored", "apps", "sum_map", "sum_recall", "map", "recall_at_5"]
+
+
+def replay_json(*arguments, stdin=None):
+    """nuvik-replay --format json, as a list of rows like nuvik.replay's (per user with --per-user)."""
+    output = subprocess.run([REPLAY, *arguments, "--format", "json"], input=stdin, capture_output=True, check=True,
+                            timeout=120).stdout
+    report = json.loads(output)
+    rows = []
+    for run in report["results"]:
+        for entry in run.get("perUser", [dict(run, user=None)]):
+            users = 1 if "perUser" in run else run["users"]
+            rows.append([run["name"], entry["user"], users, entry["launches"], entry["scored"], entry["apps"],
+                         entry["sumMap"], entry["sumRecall"], entry["map"], entry["recallAt5"]])
+    return report, rows
+
+
+def frame_rows(frame):
+    """A result frame's rows without the timing, comparable with replay_json's (NaN as None)."""
+    user = frame["user"] if "user" in frame else [None] * len(frame)
+    rows = []
+    for name, who, values in zip(frame["ensemble"], user, frame[TOTALS].itertuples(index=False)):
+        rows.append([name, who] + [None if value != value else value for value in values])
+    return rows
+
+
+def tool_error(path, *arguments):
+    """nuvik-replay's message for a bad log, without the program name."""
+    result = subprocess.run([REPLAY, path, *arguments], capture_output=True, text=True, timeout=60)
+    assert result.returncode == 1
+    return result.stderr.strip().removeprefix("nuvik-replay: ")
+
+
+def generate(path, users, first_user, seed, days=3):
+    subprocess.run([SAMPLE_LOG_BIN, "--users", str(users), "--first-user", str(first_user), "--seed", str(seed),
+                    "--days", str(days), "--output", str(path)], check=True, timeout=60)
+
+
+@pytest.fixture(scope="session")
+def sample_json():
+    return replay_json(SAMPLE_LOG, "--compare", *ENSEMBLES, "--per-user")

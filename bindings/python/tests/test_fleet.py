@@ -1,0 +1,133 @@
+"""nuvik.fleet on a LocalCluster of two worker processes (loopback only) equals one process, to the bit."""
+import gzip
+import json
+import os
+import signal
+import subprocess
+import sys
+import threading
+import time
+
+import dask
+import dask.dataframe as dd
+import pandas as pd
+import pytest
+from distributed import Client, LocalCluster
+
+import nuvik
+import nuvik.fleet
+from conftest import ENSEMBLES, REPLAY, SAMPLE_LOG, frame_rows, generate, replay_json, tool_error
+
+TWO = ["markov_chain3_invalidate,double_linear", "stat_counter"]
+
+
+@pytest.fixture(scope="module")
+def client():
+    # A killed worker's address then fails fast for the workers fetching from it.
+    with dask.config.set({"distributed.comm.timeouts.connect": "5s"}), \
+            LocalCluster(n_workers=2, threads_per_worker=1, processes=True, host="127.0.0.1", dashboard_address=None,
+                         silence_logs=50) as cluster, Client(cluster) as client:
+        client.wait_for_workers(2, timeout=60)
+        yield client
+
+
+@pytest.fixture(scope="module")
+def fleet(tmp_path_factory):
+    """Three gzip files of 100 users each, and the same log as one frame."""
+    directory = tmp_path_factory.mktemp("fleet")
+    frames = []
+    for part in range(3):
+        plain = directory / f"part{part}.csv"
+        generate(plain, users=100, first_user=1 + 100 * part, seed=11 + part, days=2)
+        frames.append(pd.read_csv(plain))
+        with open(plain, "rb") as source, gzip.open(f"{plain}.gz", "wb") as target:
+            target.write(source.read())
+        plain.unlink()
+    return str(directory / "part*.csv.gz"), pd.concat(frames, ignore_index=True)
+
+
+def same(result, expected):
+    assert frame_rows(result) == frame_rows(expected)
+
+
+def test_sample_log_and_dask_frames_equal_one_process(client):
+    frame = pd.read_csv(SAMPLE_LOG)
+    for per_user in (False, True):
+        expected = nuvik.replay(frame, ENSEMBLES, per_user=per_user)
+        same(nuvik.fleet.replay(SAMPLE_LOG, ENSEMBLES, scheduler=client, per_user=per_user, tasks=3), expected)
+    # Partitions cut through every user's stream; the shuffle puts each stream back together.
+    split = dd.from_pandas(frame, npartitions=4)
+    same(nuvik.fleet.replay(split, ENSEMBLES, scheduler=client.scheduler.address, tasks=2),
+         nuvik.replay(frame, ENSEMBLES))
+
+
+def test_generated_fleet_equals_one_process_and_the_tool(client, fleet):
+    pattern, frame = fleet
+    expected = nuvik.replay(frame, TWO, per_user=True)
+    assert expected["users"].sum() == 300 * 4
+    same(nuvik.fleet.replay(pattern, TWO, scheduler=client, per_user=True, tasks=7), expected)
+    command = [sys.executable, "-m", "nuvik.fleet", pattern, "--compare", *TWO, "--format", "json", "--scheduler",
+               client.scheduler.address]
+    output = json.loads(subprocess.run(command, capture_output=True, check=True, timeout=120).stdout)
+    text = frame.to_csv(index=False).encode()
+    tool = json.loads(subprocess.run([REPLAY, "-", "--compare", *TWO, "--format", "json"], input=text,
+                                     capture_output=True, check=True, timeout=120).stdout)
+    for report in (output, tool):
+        del report["source"]
+        for run in report["results"]:
+            del run["microsPerLaunch"]
+    assert output == tool
+
+
+def test_a_killed_worker_changes_nothing(client, fleet):
+    pattern, frame = fleet
+    result = {}
+    runner = threading.Thread(target=lambda: result.update(
+        frame=nuvik.fleet.replay(pattern, TWO, scheduler=client, tasks=12)))
+    runner.start()
+    killed = None
+    deadline = time.monotonic() + 60
+    while killed is None and runner.is_alive() and time.monotonic() < deadline:
+        busy = client.run_on_scheduler(lambda dask_scheduler: [
+            task.processing_on.address for task in dask_scheduler.tasks.values()
+            if task.state == "processing" and "_replay_share" in str(task.key)])
+        if busy:
+            killed = client.run(os.getpid, workers=[busy[0]])[busy[0]]
+            os.kill(killed, signal.SIGKILL)
+        time.sleep(0.02)
+    runner.join(timeout=120)
+    assert killed is not None and "frame" in result
+    same(result["frame"], nuvik.replay(frame, TWO))
+    client.wait_for_workers(2, timeout=60)
+
+
+def test_bad_rows_are_reported_not_lost(client, tmp_path):
+    lines = open(SAMPLE_LOG).read().splitlines(keepends=True)
+    first, second = tmp_path / "a.csv", tmp_path / "b.csv"
+    first.write_text("".join(lines[:400]))
+    second.write_text(lines[0] + "".join(lines[400:800]).replace("2024-03-1", "2024-03-x", 1))
+    with pytest.raises(ValueError) as error:
+        nuvik.fleet.replay([first, second], ["linear"], scheduler=client)
+    assert str(error.value) == tool_error(str(second))
+    result = nuvik.fleet.run([first, second], ["linear"], scheduler=client, skip_bad_rows=True)
+    assert (result.bad_rows, result.launches) == (1, 798)
+    assert result.bad_row_samples == [str(error.value)]
+    # A user's rows must not go back in time from one file to the next.
+    earlier = tmp_path / "c.csv"
+    earlier.write_text(lines[0] + "user1,2024-03-01 08:00:00,com.waze\n")
+    with pytest.raises(ValueError, match="user 'user1' is earlier than"):
+        nuvik.fleet.replay([first, earlier], ["linear"], scheduler=client)
+    skipped = nuvik.fleet.run([first, earlier], ["linear"], scheduler=client, skip_bad_rows=True)
+    assert (skipped.bad_rows, skipped.launches) == (1, 399)
+
+
+def test_command_on_a_local_cluster_prints_the_tools_json(sample_json):
+    command = [sys.executable, "-m", "nuvik.fleet", SAMPLE_LOG, "--compare", *ENSEMBLES, "--per-user", "--format",
+               "json", "--workers", "2"]
+    output = json.loads(subprocess.run(command, capture_output=True, check=True, timeout=120).stdout)
+    expected = sample_json[0]
+    for report in (output, expected):
+        for run in report["results"]:
+            for entry in [run, *run["perUser"]]:
+                del entry["microsPerLaunch"]
+    assert output == expected

@@ -1,0 +1,57 @@
+"""nuvik.replay against nuvik-replay: same results, same time rules, same messages for bad rows."""
+import pandas as pd
+import pytest
+
+import nuvik
+from conftest import ENSEMBLES, SAMPLE_LOG, frame_rows, replay_json, tool_error
+
+
+def test_sample_log_equals_nuvik_replay_json(sample_json):
+    report, per_user_rows = sample_json
+    frame = pd.read_csv(SAMPLE_LOG)
+    per_user = nuvik.replay(frame, ENSEMBLES, per_user=True)
+    assert frame_rows(per_user) == per_user_rows
+    overall = nuvik.replay(frame, ENSEMBLES)
+    assert list(overall.columns) == ["ensemble", "users", "launches", "scored", "apps", "sum_map", "sum_recall", "map",
+                                     "recall_at_5", "us_per_launch"]
+    assert frame_rows(overall) == replay_json(SAMPLE_LOG, "--compare", *ENSEMBLES)[1]
+    assert list(overall["ensemble"][-2:]) == ["baseline: most recently used", "baseline: most frequently used"]
+    assert (overall["us_per_launch"] > 0).all()
+
+
+def test_time_columns_of_every_kind_give_the_same_replay():
+    frame = pd.read_csv(SAMPLE_LOG).head(800)
+    expected = frame_rows(nuvik.replay(frame, "stat_counter", skip_repeats=True))
+    as_datetimes = frame.assign(timestamp=pd.to_datetime(frame["timestamp"]))
+    assert frame_rows(nuvik.replay(as_datetimes, "stat_counter", skip_repeats=True)) == expected
+    zoned = as_datetimes.assign(timestamp=as_datetimes["timestamp"].dt.tz_localize("Europe/Paris"))
+    assert frame_rows(nuvik.replay(zoned, "stat_counter", skip_repeats=True)) == expected
+    epoch = (as_datetimes["timestamp"] - pd.Timestamp("1970-01-01 02:00")) // pd.Timedelta(seconds=1)
+    as_epoch = frame.assign(timestamp=epoch)
+    assert frame_rows(nuvik.replay(as_epoch, "stat_counter", skip_repeats=True, utc_offset="+02:00")) == expected
+    one_user = nuvik.replay(frame[frame["user"] == "user1"].drop(columns="user"), ["linear"], per_user=True)
+    assert list(one_user["user"]) == [""] * 3 and (one_user["users"] == 1).all()
+
+
+def test_bad_rows_raise_the_tools_message(tmp_path):
+    good = pd.read_csv(SAMPLE_LOG).head(30)
+    bad_time = good.copy()
+    bad_time.loc[5, "timestamp"] = "2024-13-04 07:00"
+    out_of_order = good.copy()
+    out_of_order.loc[7, "timestamp"] = "2024-03-01 07:00:00"
+    no_app = good.copy()
+    no_app.loc[9, "app"] = None
+    for bad in (bad_time, out_of_order, no_app):
+        path = tmp_path / "log.csv"
+        bad.to_csv(path, index=False)
+        with pytest.raises(ValueError) as error:
+            nuvik.replay(bad, ["stat_counter"])
+        assert str(error.value) == tool_error(str(path)).replace(str(path), "DataFrame", 1)
+        skipped = nuvik.replay(bad, ["stat_counter"], skip_bad_rows=True)
+        assert skipped["launches"][0] == len(good) - 1
+    with pytest.raises(ValueError, match="unknown predictor 'lineaire'"):
+        nuvik.replay(good, ["lineaire"])
+    with pytest.raises(ValueError, match="'timestamp'"):
+        nuvik.replay(good.rename(columns={"timestamp": "time"}), ["linear"])
+    with pytest.raises(ValueError, match="utc_offset"):
+        nuvik.replay(good, ["linear"], utc_offset="Paris")
