@@ -12,6 +12,8 @@
 
 namespace NuvikPrediction {
 
+class JsonWriter;
+
 // Interface of every predictor of the ensemble. The facade calls, per launch,
 // UpdateTime and GetPrediction for every known application (before the launch
 // is learned), then Update once.
@@ -32,6 +34,9 @@ class Predictor {
   virtual double GetPrediction(const std::string& app) = 0;
   // The whole learned state.
   virtual Json::Value SerializeJson() const = 0;
+  // Writes the text that jsoncpp's compact writer makes of SerializeJson(),
+  // without building the value.
+  virtual void WriteJson(JsonWriter& out) const = 0;
   // Replaces the learned state; false rejects the value, after which the
   // predictor may be partly loaded and is discarded by the facade.
   virtual bool DeserializeJson(const Json::Value& value) = 0;
