@@ -9,19 +9,39 @@ namespace {
 
 // Text handed to the stream at once.
 constexpr std::size_t kChunk = std::size_t{1} << 16;
+// Most bytes one input byte of a string can become: a control's \u00XX.
+constexpr std::size_t kMaxEscapedBytes = 6;
+constexpr std::size_t kMaxNumberBytes = 20;
 constexpr unsigned kReplacement = 0xFFFD;
 constexpr char kHexDigits[] = "0123456789abcdef";
 
-bool IsPlain(unsigned char byte) { return byte >= 0x20 && byte < 0x80 && byte != '"' && byte != '\\'; }
+// Bytes written as they are.
+struct PlainBytes {
+  constexpr PlainBytes() : plain() {
+    for (int byte = 0x20; byte < 0x80; ++byte) plain[byte] = byte != '"' && byte != '\\';
+  }
+  bool plain[256];
+};
+constexpr PlainBytes kPlain;
 
-void AppendUnicodeEscape(std::string& out, unsigned unit) {
-  const char text[6] = {'\\', 'u', kHexDigits[(unit >> 12) & 0xF], kHexDigits[(unit >> 8) & 0xF],
-                        kHexDigits[(unit >> 4) & 0xF], kHexDigits[unit & 0xF]};
-  out.append(text, sizeof text);
+char* PutUnicodeEscape(char* out, unsigned unit) {
+  out[0] = '\\';
+  out[1] = 'u';
+  out[2] = kHexDigits[(unit >> 12) & 0xF];
+  out[3] = kHexDigits[(unit >> 8) & 0xF];
+  out[4] = kHexDigits[(unit >> 4) & 0xF];
+  out[5] = kHexDigits[unit & 0xF];
+  return out + 6;
 }
 
-// Decodes the sequence whose first byte, from 0x80 on, is at `*position`,
-// and moves `*position` to its last byte.
+char* PutShortEscape(char* out, char letter) {
+  out[0] = '\\';
+  out[1] = letter;
+  return out + 2;
+}
+
+// Decodes the sequence whose first byte, from 0x80 on, is at `position`, and
+// moves `position` to its last byte.
 unsigned DecodeSequence(const unsigned char*& position, const unsigned char* end) {
   const unsigned first = position[0];
   const auto left = end - position;
@@ -48,123 +68,140 @@ unsigned DecodeSequence(const unsigned char*& position, const unsigned char* end
   return kReplacement;
 }
 
-void AppendEscaped(std::string& out, const unsigned char*& position, const unsigned char* end) {
+// Writes the escape of the byte at `position`, which is not plain, moving
+// `position` past what it consumed.
+char* PutEscaped(char* out, const unsigned char*& position, const unsigned char* end) {
   const unsigned char byte = *position;
   switch (byte) {
-    case '"': out.append("\\\"", 2); return;
-    case '\\': out.append("\\\\", 2); return;
-    case '\b': out.append("\\b", 2); return;
-    case '\f': out.append("\\f", 2); return;
-    case '\n': out.append("\\n", 2); return;
-    case '\r': out.append("\\r", 2); return;
-    case '\t': out.append("\\t", 2); return;
+    case '"': ++position; return PutShortEscape(out, '"');
+    case '\\': ++position; return PutShortEscape(out, '\\');
+    case '\b': ++position; return PutShortEscape(out, 'b');
+    case '\f': ++position; return PutShortEscape(out, 'f');
+    case '\n': ++position; return PutShortEscape(out, 'n');
+    case '\r': ++position; return PutShortEscape(out, 'r');
+    case '\t': ++position; return PutShortEscape(out, 't');
     default: break;
   }
   if (byte < 0x20) {
-    AppendUnicodeEscape(out, byte);
-    return;
+    ++position;
+    return PutUnicodeEscape(out, byte);
   }
   const unsigned point = DecodeSequence(position, end);
-  if (point < 0x10000) {
-    AppendUnicodeEscape(out, point);
-    return;
-  }
+  ++position;
+  if (point < 0x10000) return PutUnicodeEscape(out, point);
   // Above the basic plane: a surrogate pair, with jsoncpp's masks also for
   // the points beyond U+10FFFF that a lenient four-byte read can give.
   const unsigned offset = point - 0x10000;
-  AppendUnicodeEscape(out, 0xD800 + ((offset >> 10) & 0x3FF));
-  AppendUnicodeEscape(out, 0xDC00 + (offset & 0x3FF));
+  out = PutUnicodeEscape(out, 0xD800 + ((offset >> 10) & 0x3FF));
+  return PutUnicodeEscape(out, 0xDC00 + (offset & 0x3FF));
 }
+
+// Writes `value` quoted; `out` has room for kMaxEscapedBytes per byte and
+// the quotes.
+char* PutQuoted(char* out, std::string_view value) {
+  const auto* position = reinterpret_cast<const unsigned char*>(value.data());
+  const auto* end = position + value.size();
+  *out++ = '"';
+  while (position != end) {
+    if (kPlain.plain[*position]) {
+      *out++ = static_cast<char>(*position++);
+    } else {
+      out = PutEscaped(out, position, end);
+    }
+  }
+  *out++ = '"';
+  return out;
+}
+
+std::size_t QuotedRoom(std::string_view value) { return value.size() * kMaxEscapedBytes + 2; }
 
 }  // namespace
 
 void AppendQuotedString(std::string& out, std::string_view value) {
-  out.push_back('"');
-  const auto* position = reinterpret_cast<const unsigned char*>(value.data());
-  const auto* end = position + value.size();
-  while (position != end) {
-    const auto* plain = position;
-    while (position != end && IsPlain(*position)) ++position;
-    out.append(reinterpret_cast<const char*>(plain), static_cast<std::size_t>(position - plain));
-    if (position == end) break;
-    AppendEscaped(out, position, end);
-    ++position;
-  }
-  out.push_back('"');
+  const std::size_t size = out.size();
+  out.resize(size + QuotedRoom(value));
+  char* end = PutQuoted(out.data() + size, value);
+  out.resize(static_cast<std::size_t>(end - out.data()));
 }
 
-JsonWriter::JsonWriter(std::ostream& out) : out(out) { buffer.reserve(kChunk + kChunk / 4); }
+JsonWriter::JsonWriter(std::ostream& out) : out(out), buffer(2 * kChunk) {}
 
-void JsonWriter::BeginObject() {
-  Separate();
-  buffer.push_back('{');
-  afterValue = false;
-}
+void JsonWriter::BeginObject() { Open('{'); }
 
-void JsonWriter::EndObject() {
-  buffer.push_back('}');
-  Ended();
-}
+void JsonWriter::EndObject() { Close('}'); }
 
-void JsonWriter::BeginArray() {
-  Separate();
-  buffer.push_back('[');
-  afterValue = false;
-}
+void JsonWriter::BeginArray() { Open('['); }
 
-void JsonWriter::EndArray() {
-  buffer.push_back(']');
-  Ended();
-}
+void JsonWriter::EndArray() { Close(']'); }
 
 void JsonWriter::Key(std::string_view key) {
-  Separate();
-  AppendQuotedString(buffer, key);
-  buffer.push_back(':');
+  char* cursor = Reserve(QuotedRoom(key) + 2);
+  if (afterValue) *cursor++ = ',';
+  cursor = PutQuoted(cursor, key);
+  *cursor++ = ':';
   afterValue = false;
+  Commit(cursor);
 }
 
 void JsonWriter::String(std::string_view value) {
-  Separate();
-  AppendQuotedString(buffer, value);
-  Ended();
+  char* cursor = Reserve(QuotedRoom(value) + 1);
+  if (afterValue) *cursor++ = ',';
+  End(PutQuoted(cursor, value));
 }
 
 void JsonWriter::UInt64(std::uint64_t value) {
-  Separate();
-  char digits[20];
-  const auto written = std::to_chars(digits, digits + sizeof digits, value).ptr;
-  buffer.append(digits, static_cast<std::size_t>(written - digits));
-  Ended();
+  char* cursor = Reserve(kMaxNumberBytes + 1);
+  if (afterValue) *cursor++ = ',';
+  End(std::to_chars(cursor, cursor + kMaxNumberBytes, value).ptr);
 }
 
 void JsonWriter::Int64(std::int64_t value) {
-  Separate();
-  char digits[20];
-  const auto written = std::to_chars(digits, digits + sizeof digits, value).ptr;
-  buffer.append(digits, static_cast<std::size_t>(written - digits));
-  Ended();
+  char* cursor = Reserve(kMaxNumberBytes + 1);
+  if (afterValue) *cursor++ = ',';
+  End(std::to_chars(cursor, cursor + kMaxNumberBytes, value).ptr);
 }
 
 void JsonWriter::Null() {
-  Separate();
-  buffer.append("null", 4);
-  Ended();
+  char* cursor = Reserve(5);
+  if (afterValue) *cursor++ = ',';
+  for (const char letter : {'n', 'u', 'l', 'l'}) *cursor++ = letter;
+  End(cursor);
 }
 
 void JsonWriter::Flush() {
-  if (buffer.empty()) return;
-  out.write(buffer.data(), static_cast<std::streamsize>(buffer.size()));
-  buffer.clear();
+  if (used == 0) return;
+  out.write(buffer.data(), static_cast<std::streamsize>(used));
+  used = 0;
 }
 
-void JsonWriter::Separate() {
-  if (afterValue) buffer.push_back(',');
+void JsonWriter::Open(char bracket) {
+  char* cursor = Reserve(2);
+  if (afterValue) *cursor++ = ',';
+  *cursor++ = bracket;
+  afterValue = false;
+  Commit(cursor);
 }
 
-void JsonWriter::Ended() {
+void JsonWriter::Close(char bracket) {
+  char* cursor = Reserve(1);
+  *cursor++ = bracket;
+  End(cursor);
+}
+
+char* JsonWriter::Reserve(std::size_t bytes) {
+  if (buffer.size() - used < bytes) {
+    Flush();
+    if (buffer.size() < bytes) buffer.resize(bytes);
+  }
+  return buffer.data() + used;
+}
+
+void JsonWriter::Commit(char* cursor) { used = static_cast<std::size_t>(cursor - buffer.data()); }
+
+void JsonWriter::End(char* cursor) {
+  Commit(cursor);
   afterValue = true;
-  if (buffer.size() >= kChunk) Flush();
+  if (used >= kChunk) Flush();
 }
 
 }  // namespace NuvikPrediction

@@ -6,6 +6,7 @@
 #include <iosfwd>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace NuvikPrediction {
 
@@ -40,13 +41,19 @@ class JsonWriter {
   void Flush();
 
  private:
-  // Puts the comma between two elements or members.
-  void Separate();
-  // Ends a value: the next one needs a comma, and a full chunk is written.
-  void Ended();
+  // Writes a bracket that opens, or closes, an object or an array.
+  void Open(char bracket);
+  void Close(char bracket);
+  // Room for `bytes` more bytes, flushing first when the buffer lacks it.
+  char* Reserve(std::size_t bytes);
+  // Keeps what was written up to `cursor`.
+  void Commit(char* cursor);
+  // Keeps a value written up to `cursor`; the next one needs a comma.
+  void End(char* cursor);
 
   std::ostream& out;
-  std::string buffer;
+  std::vector<char> buffer;
+  std::size_t used = 0;
   bool afterValue = false;
 };
 
