@@ -170,7 +170,14 @@ void JsonWriter::Null() {
 
 void JsonWriter::Flush() {
   if (used == 0) return;
-  out.write(buffer.data(), static_cast<std::streamsize>(used));
+  std::size_t first = 0;
+  if (!started) {
+    // jsoncpp writes its first token, one bracket, as formatted output.
+    out << std::string_view(buffer.data(), 1);
+    first = 1;
+    started = true;
+  }
+  out.write(buffer.data() + first, static_cast<std::streamsize>(used - first));
   used = 0;
 }
 

@@ -20,7 +20,9 @@ namespace NuvikPrediction {
 //
 // Text collects in a buffer that goes to the stream in large chunks; Flush
 // hands over the rest and must end every document (the destructor does not).
-// Stream errors show only in the stream's state.
+// The first byte, the opening bracket, goes out as formatted output, as
+// jsoncpp writes it: a field width set on the stream pads it and is then
+// reset. Stream errors show only in the stream's state.
 class JsonWriter {
  public:
   explicit JsonWriter(std::ostream& out);
@@ -55,6 +57,7 @@ class JsonWriter {
   std::vector<char> buffer;
   std::size_t used = 0;
   bool afterValue = false;
+  bool started = false;
 };
 
 // An array that is written as null when no element goes in, as jsoncpp

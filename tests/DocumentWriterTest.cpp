@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <iomanip>
 #include <random>
 #include <sstream>
 
@@ -254,6 +255,11 @@ TEST(DocumentWriterTest, KernelSelectorsAndEmptyEnsembles) {
   Train(empty, random, 5, OddNames());
   empty.ExpectSameDocument();
   EXPECT_EQ(Save(empty.nuvik).substr(0, 24), R"({"count":0,"knownApps":[)");
+
+  // A field width pads the opening bracket only, as it did with jsoncpp.
+  std::ostringstream padded;
+  padded << std::setw(6) << std::setfill('*') << knn.nuvik << 5;
+  EXPECT_EQ(padded.str(), "*****" + knn.reference.Save() + "5");
 }
 
 // Ids and counts beyond 32 bits narrow on loading and come back sign-extended.
