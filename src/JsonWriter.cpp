@@ -1,5 +1,6 @@
 #include "JsonWriter.h"
 
+#include <algorithm>
 #include <charconv>
 #include <ostream>
 
@@ -9,6 +10,8 @@ namespace {
 
 // Text handed to the stream at once.
 constexpr std::size_t kChunk = std::size_t{1} << 16;
+// The buffer starts small, for small documents, and grows to fit a chunk.
+constexpr std::size_t kInitialCapacity = std::size_t{1} << 12;
 // Most bytes one input byte of a string can become: a control's \u00XX.
 constexpr std::size_t kMaxEscapedBytes = 6;
 constexpr std::size_t kMaxNumberBytes = 20;
@@ -124,7 +127,7 @@ void AppendQuotedString(std::string& out, std::string_view value) {
   out.resize(static_cast<std::size_t>(end - out.data()));
 }
 
-JsonWriter::JsonWriter(std::ostream& out) : out(out), buffer(2 * kChunk) {}
+JsonWriter::JsonWriter(std::ostream& out) : out(out) {}
 
 void JsonWriter::BeginObject() { Open('{'); }
 
@@ -173,11 +176,11 @@ void JsonWriter::Flush() {
   std::size_t first = 0;
   if (!started) {
     // jsoncpp writes its first token, one bracket, as formatted output.
-    out << std::string_view(buffer.data(), 1);
+    out << std::string_view(buffer.get(), 1);
     first = 1;
     started = true;
   }
-  out.write(buffer.data() + first, static_cast<std::streamsize>(used - first));
+  out.write(buffer.get() + first, static_cast<std::streamsize>(used - first));
   used = 0;
 }
 
@@ -196,14 +199,17 @@ void JsonWriter::Close(char bracket) {
 }
 
 char* JsonWriter::Reserve(std::size_t bytes) {
-  if (buffer.size() - used < bytes) {
-    Flush();
-    if (buffer.size() < bytes) buffer.resize(bytes);
+  if (capacity - used < bytes) {
+    const std::size_t grown = std::max({used + bytes, 2 * capacity, kInitialCapacity});
+    std::unique_ptr<char[]> larger(new char[grown]);
+    std::copy(buffer.get(), buffer.get() + used, larger.get());
+    buffer = std::move(larger);
+    capacity = grown;
   }
-  return buffer.data() + used;
+  return buffer.get() + used;
 }
 
-void JsonWriter::Commit(char* cursor) { used = static_cast<std::size_t>(cursor - buffer.data()); }
+void JsonWriter::Commit(char* cursor) { used = static_cast<std::size_t>(cursor - buffer.get()); }
 
 void JsonWriter::End(char* cursor) {
   Commit(cursor);

@@ -4,9 +4,9 @@
 
 #include <cstdint>
 #include <iosfwd>
+#include <memory>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace NuvikPrediction {
 
@@ -46,7 +46,7 @@ class JsonWriter {
   // Writes a bracket that opens, or closes, an object or an array.
   void Open(char bracket);
   void Close(char bracket);
-  // Room for `bytes` more bytes, flushing first when the buffer lacks it.
+  // Room for `bytes` more bytes, growing the buffer when it lacks it.
   char* Reserve(std::size_t bytes);
   // Keeps what was written up to `cursor`.
   void Commit(char* cursor);
@@ -54,7 +54,8 @@ class JsonWriter {
   void End(char* cursor);
 
   std::ostream& out;
-  std::vector<char> buffer;
+  std::unique_ptr<char[]> buffer;
+  std::size_t capacity = 0;
   std::size_t used = 0;
   bool afterValue = false;
   bool started = false;
