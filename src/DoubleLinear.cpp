@@ -6,6 +6,7 @@
 #include <json/value.h>
 
 #include "Constants.h"
+#include "JsonWriter.h"
 
 namespace NuvikPrediction {
 
@@ -217,6 +218,15 @@ Json::Value DoubleLinear::SerializeJson() const {
   root[DoubleLinearKeys::kFirstLinear] = firstLinear->SerializeJson();
   root[DoubleLinearKeys::kSecondLinear] = secondLinear->SerializeJson();
   return root;
+}
+
+void DoubleLinear::WriteJson(JsonWriter& out) const {
+  out.BeginObject();
+  out.Key(DoubleLinearKeys::kFirstLinear);
+  firstLinear->WriteJson(out);
+  out.Key(DoubleLinearKeys::kSecondLinear);
+  secondLinear->WriteJson(out);
+  out.EndObject();
 }
 
 void DoubleLinear::ReseedSecondStage() {

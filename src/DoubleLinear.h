@@ -35,6 +35,7 @@ class DoubleLinear : public Predictor {
   double GetPrediction(const std::string& app) override;
   // {"firstLinear": ..., "secondLinear": ...}, each a Linear model object.
   Json::Value SerializeJson() const override;
+  void WriteJson(JsonWriter& out) const override;
   // False when the object or its first stage is rejected; a missing-in-value
   // or rejected second stage is replaced by a fresh one seeded with the first
   // stage's history (reversed). Keeps the cached prediction.

@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "JsonFields.h"
+#include "JsonWriter.h"
 
 namespace NuvikPrediction {
 
@@ -246,6 +247,58 @@ Json::Value KnnRegression::SerializeJson() const {
   }
   result[kCounters] = std::move(tables);
   return result;
+}
+
+// The text of SerializeJson(), members in key order.
+void KnnRegression::WriteJson(JsonWriter& out) const {
+  using namespace KnnKeys;
+  out.BeginObject();
+
+  out.Key(kCounters);
+  out.BeginArray();
+  for (const PairCounts& pairs : counters) {
+    ArrayOrNull table(out);
+    for (const auto& [key, count] : pairs) {
+      table.Element().BeginObject();
+      out.Key(kValue1);
+      out.UInt64(key.first);
+      out.Key(kValue2);
+      out.UInt64(key.second);
+      out.Key(kValue3);
+      out.UInt64(count);
+      out.EndObject();
+    }
+    table.End();
+  }
+  out.EndArray();
+
+  out.Key(kFunction);
+  out.UInt64(static_cast<std::uint64_t>(function));
+
+  out.Key(kPrevious);
+  out.BeginArray();
+  for (std::size_t i = 0; i < std::max(previous.size(), kPreviousSize); ++i) {
+    if (i < previous.size()) {
+      out.UInt64(previous[i]);
+    } else {
+      out.Null();
+    }
+  }
+  out.EndArray();
+
+  out.Key(kStrToId);
+  ArrayOrNull dictionary(out);
+  for (const auto& [app, id] : strToId) {
+    dictionary.Element().BeginObject();
+    out.Key(kApp);
+    out.String(app);
+    out.Key(kId);
+    out.UInt64(id);
+    out.EndObject();
+  }
+  dictionary.End();
+
+  out.EndObject();
 }
 
 bool KnnRegression::CheckModelJson(const Json::Value& model) const {

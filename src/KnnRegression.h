@@ -42,6 +42,7 @@ class KnnRegression final : public Predictor {
   // {"counters" (576 tables), "function", "previous" (3 ids), "strToId"};
   // empty tables and an empty dictionary are null, which this reader rejects.
   Json::Value SerializeJson() const override;
+  void WriteJson(JsonWriter& out) const override;
   // Adds the dictionary and the pairs read to those held. False rejects the
   // value and may leave it partly read: the kernel, the recent ids, the
   // dictionary, then the pairs.

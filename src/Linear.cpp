@@ -8,6 +8,7 @@
 
 #include "Constants.h"
 #include "JsonFields.h"
+#include "JsonWriter.h"
 
 namespace NuvikPrediction {
 
@@ -328,6 +329,86 @@ Json::Value Linear::SerializeJson() const {
   root[LinearKeys::kStrToId] = SerializeAppToId();
   root[LinearKeys::kStatCounter] = SerializeStatCounter();
   return root;
+}
+
+// The text of SerializeJson(), members in key order, each table as its
+// Serialize function above builds it.
+void Linear::WriteJson(JsonWriter& out) const {
+  using namespace LinearKeys;
+  out.BeginObject();
+
+  out.Key(kLast);
+  ArrayOrNull last(out);
+  for (const std::int32_t id : lastLaunches) {
+    last.Element().BeginObject();
+    out.Key(kLastApp);
+    out.Int64(id);
+    out.EndObject();
+  }
+  last.End();
+
+  out.Key(kStatCounter);
+  ArrayOrNull counter(out);
+  for (const auto& [id, count] : statCounter) {
+    counter.Element().BeginObject();
+    out.Key(kCounterApp);
+    out.UInt64(Widen(id));
+    out.Key(kCounterCnt);
+    out.UInt64(Widen(count));
+    out.EndObject();
+  }
+  counter.End();
+
+  out.Key(kStrToId);
+  ArrayOrNull dictionary(out);
+  for (const auto& [app, entry] : strToId) {
+    dictionary.Element().BeginObject();
+    out.Key(kApp);
+    out.String(app);
+    out.Key(kId);
+    out.UInt64(Widen(entry.id));
+    out.EndObject();
+  }
+  dictionary.End();
+
+  out.Key(kTimeBuckets);
+  ArrayOrNull buckets(out);
+  for (std::size_t bucket = 0; bucket < timeBuckets.size(); ++bucket) {
+    for (const Cell& cell : timeBuckets[bucket]) {
+      buckets.Element().BeginObject();
+      out.Key(kBucketApp);
+      out.UInt64(Widen(cell.id));
+      out.Key(kBucket);
+      out.UInt64(bucket);
+      out.Key(kBucketCnt);
+      out.UInt64(Widen(cell.count));
+      out.EndObject();
+    }
+  }
+  buckets.End();
+
+  out.Key(kTransitions);
+  ArrayOrNull steps(out);
+  for (std::size_t step = 0; step < transitions.size(); ++step) {
+    for (const auto& [from, row] : transitions[step]) {
+      for (const Cell& cell : row.cells) {
+        if (cell.count == 0) continue;
+        steps.Element().BeginObject();
+        out.Key(kAppFrom);
+        out.UInt64(Widen(from));
+        out.Key(kAppTo);
+        out.UInt64(Widen(cell.id));
+        out.Key(kCnt);
+        out.UInt64(Widen(cell.count));
+        out.Key(kStep);
+        out.UInt64(step);
+        out.EndObject();
+      }
+    }
+  }
+  steps.End();
+
+  out.EndObject();
 }
 
 bool Linear::CheckModelJson(const Json::Value& value) const {

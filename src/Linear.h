@@ -48,6 +48,7 @@ class Linear : public Predictor {
   // {"last", "statCounter", "strToId", "timeBuckets", "transitions"}, each null
   // when empty, which this reader rejects.
   Json::Value SerializeJson() const override;
+  void WriteJson(JsonWriter& out) const override;
   // Loads a model object; false rejects it, possibly after some tables were
   // already replaced. Drops the cached prediction.
   bool DeserializeJson(const Json::Value& value) override;

@@ -6,6 +6,7 @@
 
 #include "Constants.h"
 #include "JsonFields.h"
+#include "JsonWriter.h"
 
 namespace NuvikPrediction {
 
@@ -203,6 +204,56 @@ Json::Value MarkovChain3::SerializeJson() const {
   result[kMarkovChain] = std::move(chain);
   result[kStrToId] = std::move(dictionary);
   return result;
+}
+
+// The text of SerializeJson(), members in key order.
+void MarkovChain3::WriteJson(JsonWriter& out) const {
+  using namespace MarkovKeys;
+  out.BeginObject();
+
+  out.Key(kLast);
+  ArrayOrNull last(out);
+  for (const std::string& app : lastLaunches) {
+    last.Element().BeginObject();
+    out.Key(kLastApp);
+    out.String(app);
+    out.EndObject();
+  }
+  last.End();
+
+  out.Key(kMarkovChain);
+  ArrayOrNull chain(out);
+  for (std::size_t step = 0; step < kSteps; ++step) {
+    for (const auto& [from, cells] : markovChain[step]) {
+      for (const Transition& cell : cells) {
+        chain.Element().BeginObject();
+        out.Key(kAppFrom);
+        out.UInt64(static_cast<std::uint64_t>(from));
+        out.Key(kAppTo);
+        out.UInt64(static_cast<std::uint64_t>(cell.to));
+        out.Key(kStep);
+        out.UInt64(step);
+        out.Key(kValue);
+        out.UInt64(static_cast<std::uint64_t>(cell.count));
+        out.EndObject();
+      }
+    }
+  }
+  chain.End();
+
+  out.Key(kStrToId);
+  ArrayOrNull dictionary(out);
+  for (const auto& [app, id] : strToId) {
+    dictionary.Element().BeginObject();
+    out.Key(kApp);
+    out.String(app);
+    out.Key(kId);
+    out.UInt64(static_cast<std::uint64_t>(id));
+    out.EndObject();
+  }
+  dictionary.End();
+
+  out.EndObject();
 }
 
 bool MarkovChain3::CheckModelJson(const Json::Value& model) const {

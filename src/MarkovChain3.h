@@ -34,6 +34,7 @@ class MarkovChain3 final : public Predictor {
   // {"last", "markovChain", "strToId"}; each member null when empty, which
   // this reader rejects.
   Json::Value SerializeJson() const override;
+  void WriteJson(JsonWriter& out) const override;
   // False rejects the value and may leave it partly read: the history first,
   // then the transitions, then the dictionary.
   bool DeserializeJson(const Json::Value& value) override;

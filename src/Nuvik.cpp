@@ -10,6 +10,7 @@
 
 #include "Constants.h"
 #include "DoubleLinear.h"
+#include "JsonWriter.h"
 #include "KnnRegression.h"
 #include "Linear.h"
 #include "MarkovChain3.h"
@@ -337,28 +338,36 @@ double Nuvik::GetSumRecall() const { return sumRecall; }
 
 std::uint64_t Nuvik::GetCountKnownApps() const { return knownApps.size(); }
 
+// Writes the text that jsoncpp's compact writer makes of the document's
+// value, without building it: members in key order, empty collections as
+// null. The document holds integers (unsigned, and signed for Linear's
+// history), strings and nulls; no floating-point number.
 std::ostream& Nuvik::SerializeJson(std::ostream& os) const {
-  Json::Value root;
-  root[FacadeKeys::kVersion] = Json::UInt64{kDocumentVersion};
-  Json::Value apps;  // stays null when there are none
-  Json::ArrayIndex appIndex = 0;
-  for (const std::string* app : knownNames) apps[appIndex++] = *app;
-  root[FacadeKeys::kKnownApps] = std::move(apps);
-  root[FacadeKeys::kCount] = Json::UInt64{predictors.size()};
-  Json::Value models;
-  Json::ArrayIndex modelIndex = 0;
+  using namespace FacadeKeys;
+  JsonWriter out(os);
+  out.BeginObject();
+  out.Key(kCount);
+  out.UInt64(predictors.size());
+  out.Key(kKnownApps);
+  ArrayOrNull apps(out);
+  for (const std::string* app : knownNames) apps.Element().String(*app);
+  apps.End();
+  out.Key(kModels);
+  ArrayOrNull models(out);
   for (const auto& predictor : predictors) {
     if (predictorTypes.count(predictor->name) == 0) continue;
-    Json::Value& entry = models[modelIndex++];
-    entry[FacadeKeys::kName] = predictor->name;
-    entry[FacadeKeys::kModel] = predictor->SerializeJson();
+    models.Element().BeginObject();
+    out.Key(kModel);
+    predictor->WriteJson(out);
+    out.Key(kName);
+    out.String(predictor->name);
+    out.EndObject();
   }
-  root[FacadeKeys::kModels] = std::move(models);
-
-  Json::StreamWriterBuilder builder;
-  builder["indentation"] = "";
-  const std::unique_ptr<Json::StreamWriter> writer(builder.newStreamWriter());
-  writer->write(root, &os);
+  models.End();
+  out.Key(kVersion);
+  out.UInt64(kDocumentVersion);
+  out.EndObject();
+  out.Flush();
   return os;
 }
 

@@ -14,6 +14,8 @@
 
 namespace NuvikPrediction {
 
+class JsonWriter;
+
 // The facade's known applications in name order. `revision` changes whenever
 // the list does, so that a predictor may keep what it derives from the names
 // until then.
@@ -42,6 +44,9 @@ class Predictor {
   virtual double GetPrediction(const std::string& app) = 0;
   // The whole learned state.
   virtual Json::Value SerializeJson() const = 0;
+  // Writes the text that jsoncpp's compact writer makes of SerializeJson(),
+  // without building the value.
+  virtual void WriteJson(JsonWriter& out) const = 0;
   // Replaces the learned state; false rejects the value, after which the
   // predictor may be partly loaded and is discarded by the facade.
   virtual bool DeserializeJson(const Json::Value& value) = 0;

@@ -1,6 +1,7 @@
 #include "StatCounter.h"
 
 #include "Constants.h"
+#include "JsonWriter.h"
 
 namespace NuvikPrediction {
 
@@ -49,6 +50,19 @@ Json::Value StatCounter::SerializeJson() const {
     element[StatCounterKeys::kPopularity] = Json::UInt64{count};
   }
   return result;
+}
+
+void StatCounter::WriteJson(JsonWriter& out) const {
+  ArrayOrNull array(out);
+  for (const auto& [app, count] : counts) {
+    array.Element().BeginObject();
+    out.Key(StatCounterKeys::kApp);
+    out.String(app);
+    out.Key(StatCounterKeys::kPopularity);
+    out.UInt64(count);
+    out.EndObject();
+  }
+  array.End();
 }
 
 bool StatCounter::DeserializeJson(const Json::Value& value) {

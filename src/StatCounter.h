@@ -21,6 +21,7 @@ class StatCounter : public Predictor {
   double GetPrediction(const std::string& app) override;
   // An array of {"app", "popularity"} in name order; null when nothing was counted.
   Json::Value SerializeJson() const override;
+  void WriteJson(JsonWriter& out) const override;
   // Merges the counts read into the current ones and sets the total to their
   // sum. Malformed elements are skipped; an element that is neither an object
   // nor null raises Json::LogicError.
