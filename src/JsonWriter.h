@@ -87,6 +87,23 @@ class ArrayOrNull {
   bool open = false;
 };
 
+// Writes a dictionary: {"app": name, "id": id} per entry of `names` (a map
+// in name order), null when it is empty. `idOf` gives an entry's id as the
+// unsigned 64-bit JSON integer.
+template <typename Names, typename IdOf>
+void WriteDictionary(JsonWriter& out, const Names& names, IdOf idOf) {
+  ArrayOrNull dictionary(out);
+  for (const auto& entry : names) {
+    dictionary.Element().BeginObject();
+    out.Key("app");
+    out.String(entry.first);
+    out.Key("id");
+    out.UInt64(idOf(entry.second));
+    out.EndObject();
+  }
+  dictionary.End();
+}
+
 // Appends `value` as a quoted JSON string, as jsoncpp does with "emitUTF8"
 // off: '"', '\\' and the controls \b \f \n \r \t get their short escapes,
 // other bytes below 0x20 become \u00XX (lowercase hex), ASCII stays as it

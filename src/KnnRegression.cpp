@@ -287,16 +287,7 @@ void KnnRegression::WriteJson(JsonWriter& out) const {
   out.EndArray();
 
   out.Key(kStrToId);
-  ArrayOrNull dictionary(out);
-  for (const auto& [app, id] : strToId) {
-    dictionary.Element().BeginObject();
-    out.Key(kApp);
-    out.String(app);
-    out.Key(kId);
-    out.UInt64(id);
-    out.EndObject();
-  }
-  dictionary.End();
+  WriteDictionary(out, strToId, [](std::uint64_t id) { return id; });
 
   out.EndObject();
 }

@@ -360,16 +360,7 @@ void Linear::WriteJson(JsonWriter& out) const {
   counter.End();
 
   out.Key(kStrToId);
-  ArrayOrNull dictionary(out);
-  for (const auto& [app, entry] : strToId) {
-    dictionary.Element().BeginObject();
-    out.Key(kApp);
-    out.String(app);
-    out.Key(kId);
-    out.UInt64(Widen(entry.id));
-    out.EndObject();
-  }
-  dictionary.End();
+  WriteDictionary(out, strToId, [](const NameEntry& entry) { return Widen(entry.id); });
 
   out.Key(kTimeBuckets);
   ArrayOrNull buckets(out);

@@ -242,16 +242,7 @@ void MarkovChain3::WriteJson(JsonWriter& out) const {
   chain.End();
 
   out.Key(kStrToId);
-  ArrayOrNull dictionary(out);
-  for (const auto& [app, id] : strToId) {
-    dictionary.Element().BeginObject();
-    out.Key(kApp);
-    out.String(app);
-    out.Key(kId);
-    out.UInt64(static_cast<std::uint64_t>(id));
-    out.EndObject();
-  }
-  dictionary.End();
+  WriteDictionary(out, strToId, [](std::int32_t id) { return static_cast<std::uint64_t>(id); });
 
   out.EndObject();
 }
