@@ -39,6 +39,7 @@ class DoubleLinear : public Predictor {
   // or rejected second stage is replaced by a fresh one seeded with the first
   // stage's history (reversed).
   bool DeserializeJson(const Json::Value& value) override;
+  bool DeserializeJson(const DomValue& value) override;
 
  private:
   // Recomputes prediction exactly when Predict would.
@@ -51,6 +52,8 @@ class DoubleLinear : public Predictor {
   void AddPreviousLaunch(const std::string* first, const std::string* second, const std::string& key);
   // A fresh second stage whose history is the first stage's, reversed.
   void ReseedSecondStage();
+  template <typename Value>
+  bool ReadJson(const Value& value);
 
   std::map<std::string, double> prediction;
   std::unique_ptr<Linear> firstLinear;

@@ -4,13 +4,16 @@
 #include <cmath>
 #include <istream>
 #include <ostream>
+#include <sstream>
 
 #include <json/json.h>
 
 #include "Constants.h"
+#include "DomDocument.h"
 #include "DoubleLinear.h"
 #include "KnnRegression.h"
 #include "Linear.h"
+#include "LoadPath.h"
 #include "MarkovChain3.h"
 #include "Predictor.h"
 #include "StatCounter.h"
@@ -23,6 +26,8 @@ namespace {
 constexpr std::uint64_t kDocumentVersion = 3;
 constexpr std::size_t kMetricsWindow = 5;
 constexpr double kPriorityScale = 0.6;
+
+thread_local LoadPath loadPath = LoadPath::kSimdjsonFirst;
 
 struct RankedApp {
   double score;
@@ -282,44 +287,72 @@ std::ostream& Nuvik::SerializeJson(std::ostream& os) const {
   return os;
 }
 
+void SetLoadPath(LoadPath path) { loadPath = path; }
+
+LoadPath GetLoadPath() { return loadPath; }
+
 std::istream& Nuvik::DeserializeJson(std::istream& is) {
-  Json::Value root;
-  const Json::CharReaderBuilder builder;
-  std::string errors;
-  const bool parsed = Json::parseFromStream(builder, is, &root, &errors);
-  if (!parsed || root.empty() || !root.isObject() || !ProcessJson(root)) is.setstate(std::ios_base::badbit);
+  // The whole buffer, whatever the stream's state, as Json::parseFromStream reads it.
+  std::ostringstream buffer;
+  buffer << is.rdbuf();
+  const std::string text = buffer.str();
+
+  std::vector<std::unique_ptr<Predictor>> loaded;
+  std::set<std::string> loadedApps;
+  bool accepted = false;
+  bool readByDom = false;
+  if (loadPath == LoadPath::kSimdjsonFirst) {
+    DomDocument document;
+    if (document.Parse(text)) {
+      accepted = ProcessJson(document.Root(), loaded, loadedApps);
+      readByDom = !document.unsupported();
+    }
+  }
+  if (!readByDom) {
+    loaded.clear();
+    loadedApps.clear();
+    Json::Value root;
+    std::string errors;
+    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    accepted = reader->parse(text.data(), text.data() + text.size(), &root, &errors) &&
+               ProcessJson(root, loaded, loadedApps);
+  }
+  if (!accepted) {
+    is.setstate(std::ios_base::badbit);
+    return is;
+  }
+  predictors = std::move(loaded);
+  // A list that held no names keeps the applications already known.
+  if (!loadedApps.empty()) knownApps = std::move(loadedApps);
   return is;
 }
 
-bool Nuvik::ProcessJson(const Json::Value& root) {
+template <typename Value>
+bool Nuvik::ProcessJson(const Value& root, std::vector<std::unique_ptr<Predictor>>& loaded,
+                        std::set<std::string>& loadedApps) const {
   using namespace FacadeKeys;
   if (root.empty() || !root.isObject()) return false;
   if (!root.isMember(kKnownApps) || !root.isMember(kCount) || !root.isMember(kModels) ||
       !root.isMember(kVersion)) {
     return false;
   }
-  const Json::Value& version = root[kVersion];
+  const Value& version = root[kVersion];
   if (version.empty() || !version.isUInt64() || version.asUInt64() != kDocumentVersion) return false;
-  const Json::Value& apps = root[kKnownApps];
+  const Value& apps = root[kKnownApps];
   if (apps.empty() || !apps.isArray()) return false;
-  std::set<std::string> loadedApps;
-  for (const Json::Value& app : apps) {
+  for (const Value& app : apps) {
     if (app.isString()) loadedApps.insert(app.asString());
   }
-  std::vector<std::unique_ptr<Predictor>> loaded = ParsePredictors(root[kModels], root[kCount]);
-  if (loaded.empty()) return false;
-  predictors = std::move(loaded);
-  // A list that held no names keeps the applications already known.
-  if (!loadedApps.empty()) knownApps = std::move(loadedApps);
-  return true;
+  loaded = ParsePredictors(root[kModels], root[kCount]);
+  return !loaded.empty();
 }
 
-std::vector<std::unique_ptr<Predictor>> Nuvik::ParsePredictors(const Json::Value& models,
-                                                               const Json::Value& count) const {
+template <typename Value>
+std::vector<std::unique_ptr<Predictor>> Nuvik::ParsePredictors(const Value& models, const Value& count) const {
   if (count.empty() || !count.isUInt64() || count.asUInt64() == 0) return {};
   if (models.empty() || !models.isArray() || count.asUInt64() != models.size()) return {};
   std::vector<std::unique_ptr<Predictor>> result;
-  for (const Json::Value& entry : models) {
+  for (const Value& entry : models) {
     std::unique_ptr<Predictor> predictor = ParsePredictor(entry);
     if (!predictor) return {};
     result.push_back(std::move(predictor));
@@ -327,12 +360,13 @@ std::vector<std::unique_ptr<Predictor>> Nuvik::ParsePredictors(const Json::Value
   return result;
 }
 
-std::unique_ptr<Predictor> Nuvik::ParsePredictor(const Json::Value& entry) const {
+template <typename Value>
+std::unique_ptr<Predictor> Nuvik::ParsePredictor(const Value& entry) const {
   using namespace FacadeKeys;
   if (entry.empty() || !entry.isObject() || !entry.isMember(kName) || !entry.isMember(kModel)) return nullptr;
-  const Json::Value& model = entry[kModel];
+  const Value& model = entry[kModel];
   if (model.empty() || (!model.isObject() && !model.isArray())) return nullptr;
-  const Json::Value& name = entry[kName];
+  const Value& name = entry[kName];
   if (!name.isString() || predictorTypes.count(name.asString()) == 0) return nullptr;
   // Parameter 1 is every type's default construction; the model carries the rest.
   std::unique_ptr<Predictor> predictor = PredictorFactory(name.asString(), 1);

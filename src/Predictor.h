@@ -12,6 +12,8 @@
 
 namespace NuvikPrediction {
 
+class DomValue;
+
 // Interface of every predictor of the ensemble. The facade calls, per launch,
 // UpdateTime and GetPrediction for every known application (before the launch
 // is learned), then Update once.
@@ -35,6 +37,8 @@ class Predictor {
   // Replaces the learned state; false rejects the value, after which the
   // predictor may be partly loaded and is discarded by the facade.
   virtual bool DeserializeJson(const Json::Value& value) = 0;
+  // The same reader over a document parsed by simdjson.
+  virtual bool DeserializeJson(const DomValue& value) = 0;
   virtual ~Predictor() = default;
 
   // Type name; one of the names in Constants.h.

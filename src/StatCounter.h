@@ -25,8 +25,12 @@ class StatCounter : public Predictor {
   // sum. Malformed elements are skipped; an element that is neither an object
   // nor null raises Json::LogicError.
   bool DeserializeJson(const Json::Value& value) override;
+  bool DeserializeJson(const DomValue& value) override;
 
  private:
+  template <typename Value>
+  bool ReadJson(const Value& value);
+
   std::uint32_t total = 0;
   std::map<std::string, std::uint32_t> counts;
 };

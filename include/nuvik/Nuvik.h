@@ -35,10 +35,6 @@
 #define NUVIK_EXPORT __attribute__((visibility("default")))
 #define NUVIK_LOCAL __attribute__((visibility("hidden")))
 
-namespace Json {
-class Value;
-}
-
 namespace NuvikPrediction {
 
 class Predictor;
@@ -168,10 +164,14 @@ class NUVIK_EXPORT Nuvik {
   NUVIK_LOCAL void UpdateModel(const Item& item);
   NUVIK_LOCAL void UpdateMetrics(const Item& item);
   NUVIK_LOCAL void PrepareLists(const std::tm& time);
-  NUVIK_LOCAL bool ProcessJson(const Json::Value& root);
-  NUVIK_LOCAL std::vector<std::unique_ptr<Predictor>> ParsePredictors(const Json::Value& models,
-                                                                      const Json::Value& count) const;
-  NUVIK_LOCAL std::unique_ptr<Predictor> ParsePredictor(const Json::Value& entry) const;
+  // Readers of a parsed document (a Json::Value or a DomValue); they change nothing.
+  template <typename Value>
+  NUVIK_LOCAL bool ProcessJson(const Value& root, std::vector<std::unique_ptr<Predictor>>& loaded,
+                               std::set<std::string>& loadedApps) const;
+  template <typename Value>
+  NUVIK_LOCAL std::vector<std::unique_ptr<Predictor>> ParsePredictors(const Value& models, const Value& count) const;
+  template <typename Value>
+  NUVIK_LOCAL std::unique_ptr<Predictor> ParsePredictor(const Value& entry) const;
 
   std::deque<std::string> recentLaunches;
   double sumMap = 0.0;
