@@ -7,7 +7,7 @@
 set -euo pipefail
 cd "$(dirname "$0")"
 
-PACKAGES=(cmake make g++ pkg-config libjsoncpp-dev libgtest-dev libcli11-dev zlib1g-dev)
+PACKAGES=(cmake make g++ pkg-config libjsoncpp-dev libgtest-dev libcli11-dev zlib1g-dev libsimdjson-dev)
 JOBS=$(nproc 2>/dev/null || echo 2)
 # The five predictors alone, then two-slot ensembles (the second slot dominates).
 DEMO_ENSEMBLES=(stat_counter linear double_linear markov_chain3_invalidate knn_regression

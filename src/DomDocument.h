@@ -31,6 +31,8 @@ class DomDocument {
 
   // Far below jsoncpp's limit of 1000, far above any document written.
   static constexpr std::size_t kMaxDepth = 64;
+  // Spare capacity after the text that spares simdjson a padded copy.
+  static constexpr std::size_t kPadding = simdjson::SIMDJSON_PADDING;
 
  private:
   simdjson::dom::parser parser_;

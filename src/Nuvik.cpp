@@ -4,7 +4,7 @@
 #include <cmath>
 #include <istream>
 #include <ostream>
-#include <sstream>
+#include <streambuf>
 
 #include <json/json.h>
 
@@ -28,6 +28,38 @@ constexpr std::size_t kMetricsWindow = 5;
 constexpr double kPriorityScale = 0.6;
 
 thread_local LoadPath loadPath = LoadPath::kSimdjsonFirst;
+
+// The characters an ostream writes, appended to a string.
+class StringSink : public std::streambuf {
+ public:
+  std::string& text() { return text_; }
+
+ protected:
+  int_type overflow(int_type c) override {
+    if (traits_type::eq_int_type(c, traits_type::eof())) return traits_type::not_eof(c);
+    text_.push_back(traits_type::to_char_type(c));
+    return c;
+  }
+  std::streamsize xsputn(const char* s, std::streamsize count) override {
+    text_.append(s, static_cast<std::size_t>(count));
+    return count;
+  }
+
+ private:
+  std::string text_;
+};
+
+// The whole buffer of `is`, whatever the stream's state, read as
+// Json::parseFromStream reads it (`std::ostream << is.rdbuf()`), with room
+// after it for simdjson to read past the end.
+std::string ReadWhole(std::istream& is) {
+  StringSink sink;
+  std::ostream out(&sink);
+  out << is.rdbuf();
+  std::string& text = sink.text();
+  text.reserve(text.size() + DomDocument::kPadding);
+  return std::move(text);
+}
 
 struct RankedApp {
   double score;
@@ -292,10 +324,7 @@ void SetLoadPath(LoadPath path) { loadPath = path; }
 LoadPath GetLoadPath() { return loadPath; }
 
 std::istream& Nuvik::DeserializeJson(std::istream& is) {
-  // The whole buffer, whatever the stream's state, as Json::parseFromStream reads it.
-  std::ostringstream buffer;
-  buffer << is.rdbuf();
-  const std::string text = buffer.str();
+  const std::string text = ReadWhole(is);
 
   std::vector<std::unique_ptr<Predictor>> loaded;
   std::set<std::string> loadedApps;
