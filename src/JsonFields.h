@@ -18,16 +18,16 @@ bool IsNonEmptyArray(const Value& value) {
   return value.isArray() && !value.empty();
 }
 
-// `object` must be an object.
+// `object` must be an object; a missing member reads as null.
 template <typename Value>
 bool HasUnsignedMember(const Value& object, const std::string& key) {
-  return object.isMember(key) && object[key].isUInt64();
+  return object[key].isUInt64();
 }
 
-// `object` must be an object.
+// `object` must be an object; a missing member reads as null.
 template <typename Value>
 bool HasStringMember(const Value& object, const std::string& key) {
-  return object.isMember(key) && object[key].isString();
+  return object[key].isString();
 }
 
 // True when `value` is a non-empty object whose members `keys` are all
