@@ -7,6 +7,7 @@
 
 #include "Constants.h"
 #include "JsonWriter.h"
+#include "DomValue.h"
 
 namespace NuvikPrediction {
 
@@ -235,19 +236,24 @@ void DoubleLinear::ReseedSecondStage() {
   for (const std::string& name : firstLinear->GetLastLaunches()) secondLinear->UpdateLastLaunches(name);
 }
 
-bool DoubleLinear::DeserializeJson(const Json::Value& value) {
+template <typename Value>
+bool DoubleLinear::ReadJson(const Value& value) {
   using namespace DoubleLinearKeys;
   if (value.empty() || !value.isObject()) return false;
   if (!value.isMember(kFirstLinear) || !value.isMember(kSecondLinear)) return false;
-  const Json::Value& first = value[kFirstLinear];
+  const Value& first = value[kFirstLinear];
   pooledStale = true;
   if (first.empty() || !firstLinear->DeserializeJson(first)) return false;
-  const Json::Value& second = value[kSecondLinear];
+  const Value& second = value[kSecondLinear];
   if (!second.empty() && secondLinear->DeserializeJson(second)) return true;
   // A missing or broken second stage restarts from the first stage's history;
   // unlike at turnover it is not given the last time.
   ReseedSecondStage();
   return true;
 }
+
+bool DoubleLinear::DeserializeJson(const Json::Value& value) { return ReadJson(value); }
+
+bool DoubleLinear::DeserializeJson(const DomValue& value) { return ReadJson(value); }
 
 }  // namespace NuvikPrediction

@@ -41,6 +41,7 @@ class DoubleLinear : public Predictor {
   // stage's history (reversed). Keeps the cached prediction.
   bool DeserializeJson(const Json::Value& value) override;
   void ScoreApps(const std::tm& time, const AppList& apps, double* scores) override;
+  bool DeserializeJson(const DomValue& value) override;
 
  private:
   // The names of both stages in name order, each with its slot in either
@@ -59,6 +60,8 @@ class DoubleLinear : public Predictor {
   std::int64_t ScoredPosition(const std::string& app) const;
   // A fresh second stage whose history is the first stage's, reversed.
   void ReseedSecondStage();
+  template <typename Value>
+  bool ReadJson(const Value& value);
 
   std::unique_ptr<Linear> firstLinear;
   std::unique_ptr<Linear> secondLinear;

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "DomValue.h"
 #include "JsonFields.h"
 #include "JsonWriter.h"
 
@@ -292,45 +293,52 @@ void KnnRegression::WriteJson(JsonWriter& out) const {
   out.EndObject();
 }
 
-bool KnnRegression::CheckModelJson(const Json::Value& model) const {
+template <typename Value>
+bool KnnRegression::CheckModelJson(const Value& model) const {
   using namespace KnnKeys;
   return IsNonEmptyObject(model) && model.isMember(kFunction) && model.isMember(kPrevious) &&
          model.isMember(kStrToId) && model.isMember(kCounters);
 }
 
-bool KnnRegression::DeserializeJson(const Json::Value& model) {
+template <typename Value>
+bool KnnRegression::ReadJson(const Value& model) {
   using namespace KnnKeys;
   spanValid = false;
   if (!CheckModelJson(model)) return false;
 
-  const Json::Value& kernel = model[kFunction];
+  const Value& kernel = model[kFunction];
   if (!kernel.isUInt64()) return false;
   function = static_cast<std::int64_t>(kernel.asUInt64());
 
-  const Json::Value& recent = model[kPrevious];
+  const Value& recent = model[kPrevious];
   if (!IsNonEmptyArray(recent) || recent.size() != kPreviousSize) return false;
   previous.clear();
-  for (const Json::Value& id : recent) {
+  for (const Value& id : recent) {
     if (id.isUInt64()) previous.push_back(id.asUInt64());
   }
 
-  const Json::Value& dictionary = model[kStrToId];
+  const Value& dictionary = model[kStrToId];
   if (!IsNonEmptyArray(dictionary)) return false;
   const std::set<std::uint64_t> known = DeserializeStrToId(dictionary);
   // Fewer ids than names means two names share an id.
   if (known.size() < strToId.size()) return false;
   if (!known.empty()) nextId = *known.rbegin() + 1;
 
-  const Json::Value& tables = model[kCounters];
+  const Value& tables = model[kCounters];
   if (!IsNonEmptyArray(tables) || tables.size() != kTables) return false;
   const std::set<std::uint64_t> used = DeserializeCounters(tables);
   return VerifyDeserialization(used, known);
 }
 
-std::set<std::uint64_t> KnnRegression::DeserializeStrToId(const Json::Value& dictionary) {
+bool KnnRegression::DeserializeJson(const Json::Value& value) { return ReadJson(value); }
+
+bool KnnRegression::DeserializeJson(const DomValue& value) { return ReadJson(value); }
+
+template <typename Value>
+std::set<std::uint64_t> KnnRegression::DeserializeStrToId(const Value& dictionary) {
   using namespace KnnKeys;
   std::set<std::uint64_t> known;
-  for (const Json::Value& element : dictionary) {
+  for (const Value& element : dictionary) {
     if (!IsNonEmptyObject(element) || !HasStringMember(element, kApp) || !HasUnsignedMember(element, kId)) continue;
     const std::uint64_t id = element[kId].asUInt64();
     known.insert(id);
@@ -340,13 +348,14 @@ std::set<std::uint64_t> KnnRegression::DeserializeStrToId(const Json::Value& dic
   return known;
 }
 
-std::set<std::uint64_t> KnnRegression::DeserializeCounters(const Json::Value& tables) {
+template <typename Value>
+std::set<std::uint64_t> KnnRegression::DeserializeCounters(const Value& tables) {
   using namespace KnnKeys;
   std::set<std::uint64_t> used;
-  for (Json::ArrayIndex i = 0; i < kTables; ++i) {
-    const Json::Value& table = tables[i];
+  for (typename Value::ArrayIndex i = 0; i < kTables; ++i) {
+    const Value& table = tables[i];
     if (!IsNonEmptyArray(table)) continue;
-    for (const Json::Value& element : table) {
+    for (const Value& element : table) {
       if (!HasUnsignedMembers(element, kValue1, kValue2, kValue3)) continue;
       const std::uint64_t launched = element[kValue1].asUInt64();
       const std::uint64_t preceding = element[kValue2].asUInt64();

@@ -48,6 +48,7 @@ class KnnRegression final : public Predictor {
   // dictionary, then the pairs.
   bool DeserializeJson(const Json::Value& value) override;
   void ScoreApps(const std::tm& time, const AppList& apps, double* scores) override;
+  bool DeserializeJson(const DomValue& value) override;
 
   // Kernel-weighted count, at slot distance `distance`, of the pairs of
   // counters[table] (0..575) from (id, 0) to (id, nextId), those that
@@ -57,7 +58,8 @@ class KnnRegression final : public Predictor {
   double ExecuteKernel(double u) const;
 
   // True when `model` is a non-empty object with the four members.
-  bool CheckModelJson(const Json::Value& model) const;
+  template <typename Value>
+  bool CheckModelJson(const Value& model) const;
   // True when every id in `used` is in `known`.
   static bool VerifyDeserialization(const std::set<std::uint64_t>& used, const std::set<std::uint64_t>& known);
 
@@ -70,8 +72,12 @@ class KnnRegression final : public Predictor {
 
   // Readers of the array members, adding to what is held; malformed
   // elements are skipped. Each returns the ids it saw.
-  std::set<std::uint64_t> DeserializeStrToId(const Json::Value& dictionary);
-  std::set<std::uint64_t> DeserializeCounters(const Json::Value& tables);
+  template <typename Value>
+  std::set<std::uint64_t> DeserializeStrToId(const Value& dictionary);
+  template <typename Value>
+  std::set<std::uint64_t> DeserializeCounters(const Value& tables);
+  template <typename Value>
+  bool ReadJson(const Value& model);
 
   double WeightedSum(PairCounts::const_iterator first, PairCounts::const_iterator last, double distance) const;
   // The kernel-weighted count of all `pairs`; byLaunched gets, for each

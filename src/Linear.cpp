@@ -7,6 +7,7 @@
 #include <json/value.h>
 
 #include "Constants.h"
+#include "DomValue.h"
 #include "JsonFields.h"
 #include "JsonWriter.h"
 
@@ -402,7 +403,8 @@ void Linear::WriteJson(JsonWriter& out) const {
   out.EndObject();
 }
 
-bool Linear::CheckModelJson(const Json::Value& value) const {
+template <typename Value>
+bool Linear::CheckModelJson(const Value& value) const {
   if (value.empty() || !value.isObject()) return false;
   for (const std::string* key : {&LinearKeys::kLast, &LinearKeys::kTransitions, &LinearKeys::kTimeBuckets,
                                  &LinearKeys::kStatCounter, &LinearKeys::kStrToId}) {
@@ -411,11 +413,11 @@ bool Linear::CheckModelJson(const Json::Value& value) const {
   return true;
 }
 
-std::set<std::uint64_t> Linear::DeserializeLastLaunches(const Json::Value& array) {
+template <typename Value>
+std::set<std::uint64_t> Linear::DeserializeLastLaunches(const Value& array) {
   std::set<std::uint64_t> read;
   if (!array.isArray()) return read;
-  for (Json::ArrayIndex i = 0; i < array.size(); ++i) {
-    const Json::Value& element = array[i];
+  for (const Value& element : array) {
     if (!HasUnsignedMembers(element, LinearKeys::kLastApp)) continue;
     const std::uint64_t id = element[LinearKeys::kLastApp].asUInt64();
     lastLaunches.push_back(Narrow32(id));
@@ -427,11 +429,11 @@ std::set<std::uint64_t> Linear::DeserializeLastLaunches(const Json::Value& array
 // Names and ids are assigned one element at a time, each direction
 // overwriting what it held: a repeated name takes the later id, a repeated id
 // the later name.
-std::set<std::uint64_t> Linear::DeserializeStrToId(const Json::Value& array) {
+template <typename Value>
+std::set<std::uint64_t> Linear::DeserializeStrToId(const Value& array) {
   std::set<std::uint64_t> read;
   if (!array.isArray()) return read;
-  for (Json::ArrayIndex i = 0; i < array.size(); ++i) {
-    const Json::Value& element = array[i];
+  for (const Value& element : array) {
     if (!IsNonEmptyObject(element) || !HasStringMember(element, LinearKeys::kApp) ||
         !HasUnsignedMember(element, LinearKeys::kId)) {
       continue;
@@ -448,11 +450,11 @@ std::set<std::uint64_t> Linear::DeserializeStrToId(const Json::Value& array) {
   return read;
 }
 
-std::set<std::uint64_t> Linear::DeserializeTransitions(const Json::Value& array) {
+template <typename Value>
+std::set<std::uint64_t> Linear::DeserializeTransitions(const Value& array) {
   std::set<std::uint64_t> read;
   if (!array.isArray()) return read;
-  for (Json::ArrayIndex i = 0; i < array.size(); ++i) {
-    const Json::Value& element = array[i];
+  for (const Value& element : array) {
     if (!HasUnsignedMembers(element, LinearKeys::kStep, LinearKeys::kAppFrom, LinearKeys::kAppTo, LinearKeys::kCnt)) continue;
     const std::uint64_t step = element[LinearKeys::kStep].asUInt64();
     if (step >= kSteps) continue;
@@ -466,11 +468,11 @@ std::set<std::uint64_t> Linear::DeserializeTransitions(const Json::Value& array)
   return read;
 }
 
-std::set<std::uint64_t> Linear::DeserializeTimeBuckets(const Json::Value& array) {
+template <typename Value>
+std::set<std::uint64_t> Linear::DeserializeTimeBuckets(const Value& array) {
   std::set<std::uint64_t> read;
   if (!array.isArray()) return read;
-  for (Json::ArrayIndex i = 0; i < array.size(); ++i) {
-    const Json::Value& element = array[i];
+  for (const Value& element : array) {
     if (!HasUnsignedMembers(element, LinearKeys::kBucketApp, LinearKeys::kBucketCnt, LinearKeys::kBucket)) continue;
     const std::uint64_t bucket = element[LinearKeys::kBucket].asUInt64();
     if (bucket >= static_cast<std::uint64_t>(kSlotsPerDay)) continue;
@@ -481,16 +483,16 @@ std::set<std::uint64_t> Linear::DeserializeTimeBuckets(const Json::Value& array)
   return read;
 }
 
-std::set<std::uint64_t> Linear::DeserializeCounter(const Json::Value& array) {
+template <typename Value>
+std::set<std::uint64_t> Linear::DeserializeCounter(const Value& array) {
   std::set<std::uint64_t> read;
   if (!array.isArray()) return read;
-  for (Json::ArrayIndex i = 0; i < array.size(); ++i) {
-    const Json::Value& element = array[i];
+  for (const Value& element : array) {
     if (element.empty()) continue;
     // Deliberately no isObject() test: on anything but an object this member
     // lookup raises Json::LogicError. A missing member reads as null.
-    const Json::Value& app = element[LinearKeys::kCounterApp];
-    const Json::Value& count = element[LinearKeys::kCounterCnt];
+    const Value& app = element[LinearKeys::kCounterApp];
+    const Value& count = element[LinearKeys::kCounterCnt];
     if (!app.isUInt64() || !count.isUInt64()) continue;
     statCounter[Narrow32(app.asUInt64())] = Narrow32(count.asUInt64());
     read.insert(app.asUInt64());
@@ -535,7 +537,8 @@ void Linear::IndexLoadedTables() {
   ++dictionaryRevision;
 }
 
-bool Linear::DeserializeJson(const Json::Value& value) {
+template <typename Value>
+bool Linear::ReadJson(const Value& value) {
   predictionValid = false;
   scoredSlots = 0;
   if (!CheckModelJson(value)) return false;
@@ -545,12 +548,12 @@ bool Linear::DeserializeJson(const Json::Value& value) {
     ~Reindex() { linear.IndexLoadedTables(); }
   } reindex{*this};
 
-  const Json::Value& last = value[LinearKeys::kLast];
+  const Value& last = value[LinearKeys::kLast];
   if (last.empty() || !last.isArray()) return false;
   lastLaunches.clear();
   DeserializeLastLaunches(last);  // history ids are deliberately not verified
 
-  const Json::Value& names = value[LinearKeys::kStrToId];
+  const Value& names = value[LinearKeys::kStrToId];
   if (names.empty() || !names.isArray()) return false;
   strToId.clear();
   ids.Clear();
@@ -561,17 +564,17 @@ bool Linear::DeserializeJson(const Json::Value& value) {
   slotsByName.clear();
   const std::set<std::uint64_t> known = DeserializeStrToId(names);
 
-  const Json::Value& steps = value[LinearKeys::kTransitions];
+  const Value& steps = value[LinearKeys::kTransitions];
   if (steps.empty() || !steps.isArray()) return false;
   for (auto& table : transitions) table.clear();
   const std::set<std::uint64_t> transitionIds = DeserializeTransitions(steps);
 
-  const Json::Value& buckets = value[LinearKeys::kTimeBuckets];
+  const Value& buckets = value[LinearKeys::kTimeBuckets];
   if (buckets.empty() || !buckets.isArray()) return false;
   timeBuckets.assign(kSlotsPerDay, {});
   const std::set<std::uint64_t> bucketIds = DeserializeTimeBuckets(buckets);
 
-  const Json::Value& counts = value[LinearKeys::kStatCounter];
+  const Value& counts = value[LinearKeys::kStatCounter];
   if (counts.empty() || !counts.isArray()) return false;
   countOfId.assign(ids.size(), nullptr);
   statCounter.clear();
@@ -581,5 +584,9 @@ bool Linear::DeserializeJson(const Json::Value& value) {
   if (ok) CalculateSumTransitions();
   return ok;
 }
+
+bool Linear::DeserializeJson(const Json::Value& value) { return ReadJson(value); }
+
+bool Linear::DeserializeJson(const DomValue& value) { return ReadJson(value); }
 
 }  // namespace NuvikPrediction

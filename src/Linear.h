@@ -53,6 +53,7 @@ class Linear : public Predictor {
   // already replaced. Drops the cached prediction.
   bool DeserializeJson(const Json::Value& value) override;
   void ScoreApps(const std::tm& time, const AppList& apps, double* scores) override;
+  bool DeserializeJson(const DomValue& value) override;
 
   // Gives app an id if it has none.
   void UpdateDict(const std::string& app);
@@ -100,16 +101,22 @@ class Linear : public Predictor {
   Json::Value SerializeLastLaunches() const;
   Json::Value SerializeAppToId() const;
   Json::Value SerializeStatCounter() const;
-  bool CheckModelJson(const Json::Value& value) const;
+  template <typename Value>
+  bool CheckModelJson(const Value& value) const;
   // Each fills one table from an array, skipping elements that do not qualify,
   // and returns the ids (as read, before narrowing) the accepted elements name.
-  std::set<std::uint64_t> DeserializeLastLaunches(const Json::Value& array);
-  std::set<std::uint64_t> DeserializeStrToId(const Json::Value& array);
-  std::set<std::uint64_t> DeserializeTransitions(const Json::Value& array);
-  std::set<std::uint64_t> DeserializeTimeBuckets(const Json::Value& array);
+  template <typename Value>
+  std::set<std::uint64_t> DeserializeLastLaunches(const Value& array);
+  template <typename Value>
+  std::set<std::uint64_t> DeserializeStrToId(const Value& array);
+  template <typename Value>
+  std::set<std::uint64_t> DeserializeTransitions(const Value& array);
+  template <typename Value>
+  std::set<std::uint64_t> DeserializeTimeBuckets(const Value& array);
   // Asks an element for its members without testing that it is an object: an
   // element that is neither an object nor empty raises Json::LogicError.
-  std::set<std::uint64_t> DeserializeCounter(const Json::Value& array);
+  template <typename Value>
+  std::set<std::uint64_t> DeserializeCounter(const Value& array);
   bool VerifyDeserialization(const std::set<std::uint64_t>& known, const std::set<std::uint64_t>& transitionIds,
                              const std::set<std::uint64_t>& bucketIds,
                              const std::set<std::uint64_t>& counterIds) const;
@@ -164,6 +171,8 @@ class Linear : public Predictor {
   void IndexLoadedTables();
   // Recomputes the prediction exactly when Predict would.
   void RefreshPrediction();
+  template <typename Value>
+  bool ReadJson(const Value& value);
 
   std::deque<std::int32_t> lastLaunches;
   std::map<std::string, NameEntry> strToId;

@@ -5,6 +5,7 @@
 #include <tuple>
 
 #include "Constants.h"
+#include "DomValue.h"
 #include "JsonFields.h"
 #include "JsonWriter.h"
 
@@ -247,29 +248,32 @@ void MarkovChain3::WriteJson(JsonWriter& out) const {
   out.EndObject();
 }
 
-bool MarkovChain3::CheckModelJson(const Json::Value& model) const {
+template <typename Value>
+bool MarkovChain3::CheckModelJson(const Value& model) const {
   using namespace MarkovKeys;
   return IsNonEmptyObject(model) && model.isMember(kStrToId) && model.isMember(kMarkovChain) &&
          model.isMember(kLast);
 }
 
-bool MarkovChain3::DeserializeJson(const Json::Value& model) {
+template <typename Value>
+bool MarkovChain3::ReadJson(const Value& model) {
   using namespace MarkovKeys;
   if (!CheckModelJson(model)) return false;
 
-  const Json::Value& last = model[kLast];
+  const Value& last = model[kLast];
   if (!IsNonEmptyArray(last)) return false;
   lastLaunches.clear();
   // A malformed element still uses up one of the four places.
-  const Json::ArrayIndex places = std::min(last.size(), Json::ArrayIndex{kSteps});
-  for (Json::ArrayIndex i = 0; i < places; ++i) {
-    const Json::Value& element = last[i];
+  using ArrayIndex = typename Value::ArrayIndex;
+  const ArrayIndex places = std::min(last.size(), ArrayIndex{kSteps});
+  for (ArrayIndex i = 0; i < places; ++i) {
+    const Value& element = last[i];
     if (IsNonEmptyObject(element) && HasStringMember(element, kLastApp)) {
       lastLaunches.push_back(element[kLastApp].asString());
     }
   }
 
-  const Json::Value& chain = model[kMarkovChain];
+  const Value& chain = model[kMarkovChain];
   if (!IsNonEmptyArray(chain)) return false;
   for (auto& table : markovChain) table.clear();
   const std::set<std::uint64_t> used = DeserializeMarkovStat(chain);
@@ -277,7 +281,7 @@ bool MarkovChain3::DeserializeJson(const Json::Value& model) {
   strToId.clear();
   idToStr.clear();
   predictionSlots.clear();
-  const Json::Value& dictionary = model[kStrToId];
+  const Value& dictionary = model[kStrToId];
   if (!IsNonEmptyArray(dictionary)) return false;
   const std::set<std::uint64_t> known = DeserializeStrToId(dictionary);
   // Fewer ids than names means two names shared an id.
@@ -287,7 +291,12 @@ bool MarkovChain3::DeserializeJson(const Json::Value& model) {
   return true;
 }
 
-std::set<std::uint64_t> MarkovChain3::DeserializeMarkovStat(const Json::Value& chain) {
+bool MarkovChain3::DeserializeJson(const Json::Value& value) { return ReadJson(value); }
+
+bool MarkovChain3::DeserializeJson(const DomValue& value) { return ReadJson(value); }
+
+template <typename Value>
+std::set<std::uint64_t> MarkovChain3::DeserializeMarkovStat(const Value& chain) {
   using namespace MarkovKeys;
   struct LoadedCell {
     std::uint64_t step;
@@ -298,7 +307,7 @@ std::set<std::uint64_t> MarkovChain3::DeserializeMarkovStat(const Json::Value& c
   };
   std::vector<LoadedCell> loaded;
   std::set<std::uint64_t> used;
-  for (const Json::Value& element : chain) {
+  for (const Value& element : chain) {
     if (!HasUnsignedMembers(element, kStep, kAppFrom, kAppTo, kValue)) continue;
     const std::uint64_t step = element[kStep].asUInt64();
     const std::uint64_t value = element[kValue].asUInt64();
@@ -324,10 +333,11 @@ std::set<std::uint64_t> MarkovChain3::DeserializeMarkovStat(const Json::Value& c
   return used;
 }
 
-std::set<std::uint64_t> MarkovChain3::DeserializeStrToId(const Json::Value& dictionary) {
+template <typename Value>
+std::set<std::uint64_t> MarkovChain3::DeserializeStrToId(const Value& dictionary) {
   using namespace MarkovKeys;
   std::set<std::uint64_t> known;
-  for (const Json::Value& element : dictionary) {
+  for (const Value& element : dictionary) {
     if (!IsNonEmptyObject(element) || !HasStringMember(element, kApp) || !HasUnsignedMember(element, kId)) continue;
     const std::uint64_t id = element[kId].asUInt64();
     const std::string app = element[kApp].asString();

@@ -39,6 +39,7 @@ class MarkovChain3 final : public Predictor {
   // then the transitions, then the dictionary.
   bool DeserializeJson(const Json::Value& value) override;
   void ScoreApps(const std::tm& time, const AppList& apps, double* scores) override;
+  bool DeserializeJson(const DomValue& value) override;
 
   // Gives `app` the next id unless it has one. After loading sparse ids the
   // new id may already name another application, which it takes over in the
@@ -46,7 +47,8 @@ class MarkovChain3 final : public Predictor {
   void UpdateDict(const std::string& app);
 
   // True when `model` is a non-empty object with the three members.
-  bool CheckModelJson(const Json::Value& model) const;
+  template <typename Value>
+  bool CheckModelJson(const Value& model) const;
   // True when every id in `used` is in `known`.
   static bool VerifyDeserialization(const std::set<std::uint64_t>& used, const std::set<std::uint64_t>& known);
 
@@ -63,8 +65,12 @@ class MarkovChain3 final : public Predictor {
 
   // Readers of the array members, into emptied tables; malformed elements
   // are skipped. Each returns the ids it saw, untruncated.
-  std::set<std::uint64_t> DeserializeMarkovStat(const Json::Value& chain);
-  std::set<std::uint64_t> DeserializeStrToId(const Json::Value& dictionary);
+  template <typename Value>
+  std::set<std::uint64_t> DeserializeMarkovStat(const Value& chain);
+  template <typename Value>
+  std::set<std::uint64_t> DeserializeStrToId(const Value& dictionary);
+  template <typename Value>
+  bool ReadJson(const Value& model);
   void CalculateSumAfterDeserialization();
 
   void CountTransition(std::size_t step, std::int32_t from, std::int32_t to);

@@ -5,14 +5,17 @@
 #include <cstring>
 #include <istream>
 #include <ostream>
+#include <streambuf>
 
 #include <json/json.h>
 
 #include "Constants.h"
+#include "DomDocument.h"
 #include "DoubleLinear.h"
 #include "JsonWriter.h"
 #include "KnnRegression.h"
 #include "Linear.h"
+#include "LoadPath.h"
 #include "MarkovChain3.h"
 #include "Predictor.h"
 #include "StatCounter.h"
@@ -25,6 +28,40 @@ namespace {
 constexpr std::uint64_t kDocumentVersion = 3;
 constexpr std::size_t kMetricsWindow = 5;
 constexpr double kPriorityScale = 0.6;
+
+thread_local LoadPath loadPath = LoadPath::kSimdjsonFirst;
+
+// The characters an ostream writes, appended to a string.
+class StringSink : public std::streambuf {
+ public:
+  std::string& text() { return text_; }
+
+ protected:
+  int_type overflow(int_type c) override {
+    if (traits_type::eq_int_type(c, traits_type::eof())) return traits_type::not_eof(c);
+    text_.push_back(traits_type::to_char_type(c));
+    return c;
+  }
+  std::streamsize xsputn(const char* s, std::streamsize count) override {
+    text_.append(s, static_cast<std::size_t>(count));
+    return count;
+  }
+
+ private:
+  std::string text_;
+};
+
+// The whole buffer of `is`, whatever the stream's state, read as
+// Json::parseFromStream reads it (`std::ostream << is.rdbuf()`), with room
+// after it for simdjson to read past the end.
+std::string ReadWhole(std::istream& is) {
+  StringSink sink;
+  std::ostream out(&sink);
+  out << is.rdbuf();
+  std::string& text = sink.text();
+  text.reserve(text.size() + DomDocument::kPadding);
+  return std::move(text);
+}
 
 // Orders scores as unsigned integers: higher scores give greater keys, -0.0
 // ties with +0.0 and NaN ranks below every number, tying with other NaNs.
@@ -371,44 +408,69 @@ std::ostream& Nuvik::SerializeJson(std::ostream& os) const {
   return os;
 }
 
+void SetLoadPath(LoadPath path) { loadPath = path; }
+
+LoadPath GetLoadPath() { return loadPath; }
+
 std::istream& Nuvik::DeserializeJson(std::istream& is) {
-  Json::Value root;
-  const Json::CharReaderBuilder builder;
-  std::string errors;
-  const bool parsed = Json::parseFromStream(builder, is, &root, &errors);
-  if (!parsed || root.empty() || !root.isObject() || !ProcessJson(root)) is.setstate(std::ios_base::badbit);
+  const std::string text = ReadWhole(is);
+
+  std::vector<std::unique_ptr<Predictor>> loaded;
+  std::set<std::string> loadedApps;
+  bool accepted = false;
+  bool readByDom = false;
+  if (loadPath == LoadPath::kSimdjsonFirst) {
+    DomDocument document;
+    if (document.Parse(text)) {
+      accepted = ProcessJson(document.Root(), loaded, loadedApps);
+      readByDom = !document.unsupported();
+    }
+  }
+  if (!readByDom) {
+    loaded.clear();
+    loadedApps.clear();
+    Json::Value root;
+    std::string errors;
+    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    accepted = reader->parse(text.data(), text.data() + text.size(), &root, &errors) &&
+               ProcessJson(root, loaded, loadedApps);
+  }
+  if (!accepted) {
+    is.setstate(std::ios_base::badbit);
+    return is;
+  }
+  predictors = std::move(loaded);
+  // A list that held no names keeps the applications already known.
+  if (!loadedApps.empty()) ReplaceKnownApps(loadedApps);
   return is;
 }
 
-bool Nuvik::ProcessJson(const Json::Value& root) {
+template <typename Value>
+bool Nuvik::ProcessJson(const Value& root, std::vector<std::unique_ptr<Predictor>>& loaded,
+                        std::set<std::string>& loadedApps) const {
   using namespace FacadeKeys;
   if (root.empty() || !root.isObject()) return false;
   if (!root.isMember(kKnownApps) || !root.isMember(kCount) || !root.isMember(kModels) ||
       !root.isMember(kVersion)) {
     return false;
   }
-  const Json::Value& version = root[kVersion];
+  const Value& version = root[kVersion];
   if (version.empty() || !version.isUInt64() || version.asUInt64() != kDocumentVersion) return false;
-  const Json::Value& apps = root[kKnownApps];
+  const Value& apps = root[kKnownApps];
   if (apps.empty() || !apps.isArray()) return false;
-  std::set<std::string> loadedApps;
-  for (const Json::Value& app : apps) {
+  for (const Value& app : apps) {
     if (app.isString()) loadedApps.insert(app.asString());
   }
-  std::vector<std::unique_ptr<Predictor>> loaded = ParsePredictors(root[kModels], root[kCount]);
-  if (loaded.empty()) return false;
-  predictors = std::move(loaded);
-  // A list that held no names keeps the applications already known.
-  if (!loadedApps.empty()) ReplaceKnownApps(loadedApps);
-  return true;
+  loaded = ParsePredictors(root[kModels], root[kCount]);
+  return !loaded.empty();
 }
 
-std::vector<std::unique_ptr<Predictor>> Nuvik::ParsePredictors(const Json::Value& models,
-                                                               const Json::Value& count) const {
+template <typename Value>
+std::vector<std::unique_ptr<Predictor>> Nuvik::ParsePredictors(const Value& models, const Value& count) const {
   if (count.empty() || !count.isUInt64() || count.asUInt64() == 0) return {};
   if (models.empty() || !models.isArray() || count.asUInt64() != models.size()) return {};
   std::vector<std::unique_ptr<Predictor>> result;
-  for (const Json::Value& entry : models) {
+  for (const Value& entry : models) {
     std::unique_ptr<Predictor> predictor = ParsePredictor(entry);
     if (!predictor) return {};
     result.push_back(std::move(predictor));
@@ -416,12 +478,13 @@ std::vector<std::unique_ptr<Predictor>> Nuvik::ParsePredictors(const Json::Value
   return result;
 }
 
-std::unique_ptr<Predictor> Nuvik::ParsePredictor(const Json::Value& entry) const {
+template <typename Value>
+std::unique_ptr<Predictor> Nuvik::ParsePredictor(const Value& entry) const {
   using namespace FacadeKeys;
   if (entry.empty() || !entry.isObject() || !entry.isMember(kName) || !entry.isMember(kModel)) return nullptr;
-  const Json::Value& model = entry[kModel];
+  const Value& model = entry[kModel];
   if (model.empty() || (!model.isObject() && !model.isArray())) return nullptr;
-  const Json::Value& name = entry[kName];
+  const Value& name = entry[kName];
   if (!name.isString() || predictorTypes.count(name.asString()) == 0) return nullptr;
   // Parameter 1 is every type's default construction; the model carries the rest.
   std::unique_ptr<Predictor> predictor = PredictorFactory(name.asString(), 1);

@@ -23,6 +23,7 @@ struct AppList {
   const std::vector<const std::string*>& names;
   std::uint64_t revision;
 };
+class DomValue;
 
 // Interface of every predictor of the ensemble. The facade calls, per launch,
 // UpdateTime and GetPrediction for every known application (before the launch
@@ -54,6 +55,8 @@ class Predictor {
   // followed by GetPrediction for each application in turn would give. The
   // list is never empty.
   virtual void ScoreApps(const std::tm& time, const AppList& apps, double* scores) = 0;
+  // The same reader over a document parsed by simdjson.
+  virtual bool DeserializeJson(const DomValue& value) = 0;
   virtual ~Predictor() = default;
 
   // Type name; one of the names in Constants.h.

@@ -2,6 +2,7 @@
 
 #include "Constants.h"
 #include "JsonWriter.h"
+#include "DomValue.h"
 
 namespace NuvikPrediction {
 
@@ -65,18 +66,18 @@ void StatCounter::WriteJson(JsonWriter& out) const {
   array.End();
 }
 
-bool StatCounter::DeserializeJson(const Json::Value& value) {
+template <typename Value>
+bool StatCounter::ReadJson(const Value& value) {
   if (value.empty() || !value.isArray()) return false;
   total = 0;
-  for (Json::ArrayIndex i = 0; i < value.size(); ++i) {
-    const Json::Value& element = value[i];
+  for (const Value& element : value) {
     if (!element.empty() && element.isObject() && !element.isMember(StatCounterKeys::kApp) &&
         !element.isMember(StatCounterKeys::kPopularity)) {
       continue;
     }
     // Member lookup on anything but an object or null throws Json::LogicError.
-    const Json::Value& app = element[StatCounterKeys::kApp];
-    const Json::Value& popularity = element[StatCounterKeys::kPopularity];
+    const Value& app = element[StatCounterKeys::kApp];
+    const Value& popularity = element[StatCounterKeys::kPopularity];
     if (app.isNull() || popularity.isNull() || !app.isString() || !popularity.isUInt64()) continue;
     const auto count = static_cast<std::uint32_t>(popularity.asUInt64());
     if (counts.insert_or_assign(app.asString(), count).second) ++revision;
@@ -84,5 +85,9 @@ bool StatCounter::DeserializeJson(const Json::Value& value) {
   }
   return true;
 }
+
+bool StatCounter::DeserializeJson(const Json::Value& value) { return ReadJson(value); }
+
+bool StatCounter::DeserializeJson(const DomValue& value) { return ReadJson(value); }
 
 }  // namespace NuvikPrediction

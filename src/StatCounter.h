@@ -27,8 +27,12 @@ class StatCounter : public Predictor {
   // nor null raises Json::LogicError.
   bool DeserializeJson(const Json::Value& value) override;
   void ScoreApps(const std::tm& time, const AppList& apps, double* scores) override;
+  bool DeserializeJson(const DomValue& value) override;
 
  private:
+  template <typename Value>
+  bool ReadJson(const Value& value);
+
   std::uint32_t total = 0;
   std::map<std::string, std::uint32_t> counts;
   // Changes whenever `counts` gains an entry.

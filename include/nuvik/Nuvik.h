@@ -37,10 +37,6 @@
 #define NUVIK_EXPORT __attribute__((visibility("default")))
 #define NUVIK_LOCAL __attribute__((visibility("hidden")))
 
-namespace Json {
-class Value;
-}
-
 namespace NuvikPrediction {
 
 class Predictor;
@@ -180,10 +176,14 @@ class NUVIK_EXPORT Nuvik {
   NUVIK_LOCAL void UpdateModel(const Item& item, AppId app);
   NUVIK_LOCAL void UpdateMetrics(const Item& item, AppId app);
   NUVIK_LOCAL void PrepareLists(const std::tm& time);
-  NUVIK_LOCAL bool ProcessJson(const Json::Value& root);
-  NUVIK_LOCAL std::vector<std::unique_ptr<Predictor>> ParsePredictors(const Json::Value& models,
-                                                                      const Json::Value& count) const;
-  NUVIK_LOCAL std::unique_ptr<Predictor> ParsePredictor(const Json::Value& entry) const;
+  // Readers of a parsed document (a Json::Value or a DomValue); they change nothing.
+  template <typename Value>
+  NUVIK_LOCAL bool ProcessJson(const Value& root, std::vector<std::unique_ptr<Predictor>>& loaded,
+                               std::set<std::string>& loadedApps) const;
+  template <typename Value>
+  NUVIK_LOCAL std::vector<std::unique_ptr<Predictor>> ParsePredictors(const Value& models, const Value& count) const;
+  template <typename Value>
+  NUVIK_LOCAL std::unique_ptr<Predictor> ParsePredictor(const Value& entry) const;
   // The id of `app`, given one when it has none; an id alone does not make it known.
   NUVIK_LOCAL AppId IdOf(const std::string& app);
   // The id of `app`; false when it has none.

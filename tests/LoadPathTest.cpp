@@ -1,0 +1,277 @@
+// The simdjson load path against the jsoncpp one: every document gives the
+// same outcome (acceptance, stream state, escaping exception, loaded state),
+// whichever simdjson implementation runs; documents outside what simdjson
+// reads exactly like jsoncpp are handed over.
+#include <random>
+#include <sstream>
+
+#include <gtest/gtest.h>
+#include <json/json.h>
+#include <nuvik/Nuvik.h>
+#include <simdjson.h>
+
+#include "DomDocument.h"
+#include "LoadPath.h"
+#include "StatCounter.h"
+#include "TestUtil.h"
+
+namespace NuvikPrediction {
+namespace {
+
+using Names = std::vector<std::string>;
+
+struct Outcome {
+  std::string escaped;  // name of the Json exception that escaped, if any
+  std::ios_base::iostate state{};
+  std::string saved;
+  std::string apps;  // known applications, byte for byte (the writer replaces invalid UTF-8)
+};
+
+std::string Save(const Nuvik& nuvik) {
+  std::ostringstream out;
+  out << nuvik;
+  return out.str();
+}
+
+Outcome Load(const std::string& text, LoadPath path, const Names& ensemble = {"linear"}) {
+  SetLoadPath(path);
+  Nuvik nuvik(ensemble);
+  std::istringstream in(text);
+  Outcome outcome;
+  try {
+    in >> nuvik;
+  } catch (const Json::RuntimeError&) {
+    outcome.escaped = "RuntimeError";
+  } catch (const Json::LogicError&) {
+    outcome.escaped = "LogicError";
+  }
+  SetLoadPath(LoadPath::kSimdjsonFirst);
+  outcome.state = in.rdstate();
+  outcome.saved = Save(nuvik);
+  for (const auto& [app, weight] : nuvik.GetAllWeights()) outcome.apps += app + "|";
+  return outcome;
+}
+
+// Both paths, under every simdjson implementation this CPU runs, agree on
+// `text`; returns their outcome.
+Outcome LoadBothWays(const std::string& text, const Names& ensemble = {"linear"}) {
+  const Outcome expected = Load(text, LoadPath::kJsoncppOnly, ensemble);
+  const simdjson::implementation* const chosen = simdjson::get_active_implementation();
+  for (const simdjson::implementation* implementation : simdjson::get_available_implementations()) {
+    if (!implementation->supported_by_runtime_system()) continue;
+    simdjson::get_active_implementation() = implementation;
+    const Outcome actual = Load(text, LoadPath::kSimdjsonFirst, ensemble);
+    EXPECT_EQ(actual.escaped, expected.escaped) << implementation->name() << ": " << text;
+    EXPECT_EQ(actual.state, expected.state) << implementation->name() << ": " << text;
+    EXPECT_EQ(actual.saved, expected.saved) << implementation->name() << ": " << text;
+    EXPECT_EQ(actual.apps, expected.apps) << implementation->name() << ": " << text;
+  }
+  simdjson::get_active_implementation() = chosen;
+  return expected;
+}
+
+bool SimdjsonTakes(const std::string& text) {
+  DomDocument document;
+  return document.Parse(text);
+}
+
+constexpr const char* kCounter =
+    R"({"count":1,"knownApps":["a","b"],"models":[{"model":[{"app":"a","popularity":2},)"
+    R"({"app":"b","popularity":1}],"name":"stat_counter"}],"version":3})";
+
+std::string Replace(std::string text, const std::string& from, const std::string& to) {
+  const std::size_t at = text.find(from);
+  if (at == std::string::npos) throw std::logic_error("no " + from);
+  return text.replace(at, from.size(), to);
+}
+
+// The counter document with its first element's name (also among the known
+// applications) or popularity replaced.
+std::string WithApp(const std::string& app) {
+  return Replace(Replace(kCounter, R"("app":"a")", R"("app":)" + app), R"(["a")", "[" + app);
+}
+std::string WithPopularity(const std::string& count) {
+  return Replace(kCounter, R"("popularity":2)", R"("popularity":)" + count);
+}
+
+// The popularity of `app` in the saved document of a stat_counter facade.
+std::string SavedCounter(const Outcome& outcome) {
+  const Json::Value root = testing::ParseJson(outcome.saved);
+  std::string result;
+  for (const Json::Value& element : root["models"][0]["model"]) {
+    result += element["app"].asString() + "=" + std::to_string(element["popularity"].asUInt64()) + ";";
+  }
+  return result;
+}
+
+TEST(LoadPathTest, DocumentsSimdjsonReadsExactlyLikeJsoncpp) {
+  struct Case {
+    std::string text;
+    std::string counter;  // loaded counts
+    std::string apps = "a|b|";
+  };
+  const std::vector<Case> cases = {
+      {kCounter, "a=2;b=1;"},
+      {kCounter + std::string(" \n\t\r"), "a=2;b=1;"},
+      {WithPopularity("-0"), "a=0;b=1;"},
+      {WithPopularity("-9223372036854775808"), "b=1;"},
+      {WithPopularity("18446744073709551615"), "a=4294967295;b=1;"},
+      {WithApp(R"("\u00e9\/\\\"\ud83d\ude00\u0000")"), "b=1;" + std::string("\xc3\xa9/\\\"\xf0\x9f\x98\x80\0=2;", 13),
+       "b|" + std::string("\xc3\xa9/\\\"\xf0\x9f\x98\x80\0|", 11)},
+      {Replace(kCounter, R"("app":"a")", R"("\u0061pp":"a")"), "a=2;b=1;"},
+  };
+  for (const Case& each : cases) {
+    EXPECT_TRUE(SimdjsonTakes(each.text)) << each.text;
+    const Outcome outcome = LoadBothWays(each.text, {"stat_counter"});
+    EXPECT_EQ(outcome.state, std::ios_base::goodbit) << each.text;
+    EXPECT_EQ(SavedCounter(outcome), each.counter) << each.text;
+    EXPECT_EQ(outcome.apps, each.apps) << each.text;
+  }
+}
+
+TEST(LoadPathTest, DocumentsLeftToJsoncpp) {
+  const std::string deep = std::string(1100, '[') + std::string(1100, ']');
+  struct Case {
+    std::string text;
+    std::string counter;  // loaded counts, or the exception, or "rejected"
+    std::string apps = "a|b|";
+  };
+  const std::vector<Case> cases = {
+      {"/* saved */ " + std::string(kCounter) + " // end", "a=2;b=1;"},
+      {Replace(kCounter, R"("popularity":1})", R"("popularity":1},)"), "a=2;b=1;"},
+      {kCounter + std::string(" ]trailing"), "a=2;b=1;"},
+      {std::string(kCounter) + '\0', "a=2;b=1;"},
+      {"\xEF\xBB\xBF" + std::string(kCounter), "a=2;b=1;"},
+      {WithPopularity("2,\"popularity\":7"), "a=7;b=1;"},
+      {Replace(kCounter, R"("version":3)", R"("version":2,"version":3)"), "a=2;b=1;"},
+      {Replace(kCounter, R"("version":3)", R"("version":3,"version":2)"), "rejected"},
+      {WithPopularity("2.0"), "a=2;b=1;"},
+      {WithPopularity("2e0"), "a=2;b=1;"},
+      {WithPopularity("-0.0"), "a=0;b=1;"},
+      {WithPopularity("2.5"), "b=1;"},
+      {WithPopularity("18446744073709551616"), "b=1;"},
+      {WithPopularity("-9223372036854775809"), "b=1;"},
+      {WithPopularity("1e400"), "rejected"},
+      {WithPopularity("02"), "a=2;b=1;"},
+      {WithApp(R"("\udc00")"), "b=1;\xef\xbf\xbd=2;", "b|\xed\xb0\x80|"},
+      {WithApp(R"("\ud800\u0041")"), "b=1;\xf0\x90\x81\x81=2;", "b|\xf0\x90\x81\x81|"},
+      {WithApp(R"("\ud800")"), "rejected"},
+      {WithApp("\"\xff\""), "b=1;\xef\xbf\xbd=2;", "b|\xff|"},
+      {WithApp("\"\x01\""), "\x01=2;b=1;", "\x01|b|"},
+      {Replace(kCounter, R"("version":3)", R"("version":3,"deep":)" + std::string(100, '[') + std::string(100, ']')),
+       "a=2;b=1;"},
+      {Replace(kCounter, R"("version":3)", R"("version":3,"deep":)" + deep), "RuntimeError"},
+      {deep, "RuntimeError"},
+      {"", "rejected"},
+      {"{", "rejected"},
+  };
+  for (const Case& each : cases) {
+    EXPECT_FALSE(SimdjsonTakes(each.text)) << each.text;
+    const Outcome outcome = LoadBothWays(each.text, {"stat_counter"});
+    const std::string counter = !outcome.escaped.empty()                   ? outcome.escaped
+                                : outcome.state & std::ios_base::badbit ? "rejected"
+                                                                          : SavedCounter(outcome);
+    EXPECT_EQ(counter, each.counter) << each.text;
+    // A rejected document leaves the facade without known applications.
+    const bool loaded = outcome.escaped.empty() && !(outcome.state & std::ios_base::badbit);
+    EXPECT_EQ(outcome.apps, loaded ? each.apps : "") << each.text;
+  }
+}
+
+TEST(LoadPathTest, ReadersFallBackWhereJsoncppThrows) {
+  const std::string linear = R"({"last":[{"lastApp":0}],"statCounter":[7,{"app":0,"cnt":1}],)"
+                             R"("strToId":[{"app":"a","id":0}],"timeBuckets":[{"app":0,"bucket":1,"cnt":1}],)"
+                             R"("transitions":[{"step":0,"appFrom":0,"appTo":0,"cnt":1}]})";
+  for (const std::string& models : {
+           std::string(R"([{"name":"stat_counter","model":[5]}])"),
+           std::string(R"([{"name":"stat_counter","model":[{"app":"a","popularity":1},[]]}])"),
+           std::string(R"([{"name":"stat_counter","model":["a"]}])"),
+           R"([{"name":"linear","model":)" + linear + "}]",
+           R"([{"name":"double_linear","model":{"firstLinear":)" + linear + R"(,"secondLinear":null}}])",
+       }) {
+    const std::string text = R"({"count":1,"knownApps":["a"],"version":3,"models":)" + models + "}";
+    EXPECT_TRUE(SimdjsonTakes(text)) << text;
+    EXPECT_EQ(LoadBothWays(text).escaped, "LogicError") << text;
+  }
+
+  // The view answers as null and marks the document instead of throwing.
+  DomDocument document;
+  ASSERT_TRUE(document.Parse(R"([{"app":"a","popularity":1},5])"));
+  StatCounter counter;
+  EXPECT_TRUE(counter.DeserializeJson(document.Root()));
+  EXPECT_TRUE(document.unsupported());
+}
+
+// The document of a facade of `names` after `launches` launches over `apps`
+// applications with habits and times spread over the day.
+std::string TrainedDocument(const Names& names, int apps, int launches, unsigned seed) {
+  Nuvik nuvik(names);
+  std::mt19937 random(seed);
+  int app = 0;
+  int minute = 0;
+  for (int i = 0; i < launches; ++i) {
+    app = random() % 3 == 0 ? static_cast<int>(random() % apps) : (app * 5 + 1) % apps;
+    minute += 1 + static_cast<int>(random() % 50);
+    nuvik.Update("app" + std::to_string(app), testing::At(minute / 60 % 24, minute % 60));
+  }
+  return Save(nuvik);
+}
+
+TEST(LoadPathTest, TrainedDocumentsOfEveryTypeLoadIdentically) {
+  const std::vector<Names> ensembles = {
+      {"stat_counter"}, {"linear"}, {"double_linear"}, {"markov_chain3_invalidate"}, {"knn_regression"},
+      {"markov_chain3_invalidate", "double_linear"}, {"knn_regression", "linear"}, {"stat_counter", "knn_regression"},
+  };
+  unsigned seed = 1;
+  for (const Names& names : ensembles) {
+    const std::string saved = TrainedDocument(names, 40, 600, seed++);
+    ASSERT_TRUE(SimdjsonTakes(saved));
+    const Outcome outcome = LoadBothWays(saved);
+    EXPECT_EQ(outcome.state, std::ios_base::goodbit);
+
+    // Both loaded facades go on to learn and rank alike.
+    Nuvik fast;
+    Nuvik slow;
+    std::istringstream fastIn(saved);
+    fastIn >> fast;
+    SetLoadPath(LoadPath::kJsoncppOnly);
+    std::istringstream slowIn(saved);
+    slowIn >> slow;
+    SetLoadPath(LoadPath::kSimdjsonFirst);
+    for (int minute = 0; minute < 200; minute += 7) {
+      const std::string app = "app" + std::to_string(minute % 45);
+      fast.Update(app, testing::At(9, minute % 60));
+      slow.Update(app, testing::At(9, minute % 60));
+      ASSERT_EQ(fast.GetNext(), slow.GetNext());
+    }
+    EXPECT_EQ(Save(fast), Save(slow));
+  }
+}
+
+TEST(LoadPathTest, StreamIsReadLikeJsoncppReadsIt) {
+  for (const LoadPath path : {LoadPath::kSimdjsonFirst, LoadPath::kJsoncppOnly}) {
+    SetLoadPath(path);
+    Nuvik nuvik;
+    // A stream already failed is read all the same; its flags are kept.
+    std::istringstream failed(kCounter);
+    failed.setstate(std::ios_base::failbit | std::ios_base::eofbit);
+    failed >> nuvik;
+    EXPECT_EQ(failed.rdstate(), std::ios_base::failbit | std::ios_base::eofbit);
+    EXPECT_EQ(nuvik.GetCountKnownApps(), 2u);
+
+    // The whole buffer is consumed, past the end of the document.
+    std::istringstream tail(std::string(kCounter) + " tail");
+    tail >> nuvik;
+    EXPECT_EQ(tail.rdstate(), std::ios_base::goodbit);
+    EXPECT_EQ(tail.rdbuf()->sgetc(), std::char_traits<char>::eof());
+
+    std::istream detached(nullptr);
+    detached.clear();
+    detached >> nuvik;
+    EXPECT_EQ(detached.rdstate(), std::ios_base::badbit);
+  }
+  SetLoadPath(LoadPath::kSimdjsonFirst);
+}
+
+}  // namespace
+}  // namespace NuvikPrediction
