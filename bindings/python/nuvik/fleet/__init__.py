@@ -69,9 +69,10 @@ def replay(logs, ensembles, *, scheduler=None, workers=None, skip_repeats=False,
     they are one log, in the order given, each glob's files sorted by name) or a Dask DataFrame with the columns
     of nuvik.replay. scheduler: None for a LocalCluster of `workers` processes (default: one per core), else an
     address or a distributed.Client. A bad row raises ValueError with nuvik-replay's message (for a Dask
-    DataFrame, lines count within each partition); skip_bad_rows drops such rows instead. tasks: how many
-    replay tasks share the users (default: one per LAUNCHES_PER_TASK launches); progress: draw a progress bar
-    on a terminal; memory_limit: of each local worker ("2GiB"), past which Dask spills held launches to disk.
+    DataFrame, lines count within each partition); skip_bad_rows drops such rows instead. tasks: about how
+    many replay tasks share the users (default: one per LAUNCHES_PER_TASK launches; a user is never split);
+    progress: draw a progress bar on a terminal; memory_limit: of each local worker ("2GiB"), past which Dask
+    spills a Dask DataFrame's waiting partitions to disk.
     """
     return run(logs, ensembles, scheduler=scheduler, workers=workers, skip_repeats=skip_repeats,
                kill_threshold=kill_threshold, utc_offset=utc_offset, skip_bad_rows=skip_bad_rows,
