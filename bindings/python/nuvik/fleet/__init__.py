@@ -1,10 +1,10 @@
 """nuvik.fleet: nuvik-replay over a Dask cluster, with results identical to one process.
 
-Log files are read twice by nuvik-replay's reader, streaming, never whole. First, a task per file checks its rows
-and counts each user's launches, keeping none. Then the users, in order of first appearance, are cut into shares
-of about LAUNCHES_PER_TASK launches (a larger user alone); a replay task per share reads the files its users appear
-in, parses and keeps only their rows, and replays every user's whole stream in log order. A worker thus holds one
-share at a time: memory is bounded by the share size or the largest user's stream, never by the log.
+Log files are read by nuvik-replay's reader, streaming, never whole. First, a task per file checks its rows and
+counts each user's launches, keeping none. Then the users, in order of first appearance, are cut into shares of
+about LAUNCHES_PER_TASK launches (a larger user alone); a replay task per share reads the files its users appear
+in, parses and keeps only their rows, and replays every user's whole stream in log order. A worker thread thus
+holds one share at a time: memory is bounded by the share size or the largest user's stream, never by the log.
 The per-user sums come back and are added up in the order nuvik-replay adds them (users in order of first
 appearance), so the totals are the same to the bit.
 
