@@ -98,7 +98,7 @@ def run(logs, ensembles, *, scheduler=None, workers=None, skip_repeats=False, ki
         else:
             source = ", ".join(paths)
             logs_read, futures = _submit_files(client, paths, ensembles, tasks, **options)
-        results = _gather(client, futures, progress)
+        results = _gather(futures, progress)
         peak = client.run(_peak_memory)
     result = _combine(source, runs, logs_read, results)
     result.peak_memory = peak
@@ -302,16 +302,23 @@ def _replay_share(pieces, sources, ensembles, skip_repeats, kill_threshold, skip
     }
 
 
-def _gather(client, futures, progress):
-    """The futures' results, drawing a progress bar on a terminal meanwhile."""
-    if progress and sys.stderr.isatty():
-        from distributed import as_completed
+def _gather(futures, progress):
+    """The futures' results in order, each fetched as its task ends so that no worker keeps it (the list is
+    emptied); draws a progress bar on a terminal meanwhile."""
+    from distributed import as_completed
 
-        bar = _ProgressBar(len(futures))
-        for done, _ in enumerate(as_completed(futures), 1):
+    bar = _ProgressBar(len(futures)) if progress and sys.stderr.isatty() else None
+    places = {future.key: place for place, future in enumerate(futures)}
+    results = [None] * len(futures)
+    completed = as_completed(futures, with_results=True)
+    futures.clear()
+    for done, (future, result) in enumerate(completed, 1):
+        results[places[future.key]] = result
+        if bar:
             bar.draw(done)
+    if bar:
         bar.close()
-    return client.gather(futures)
+    return results
 
 
 class _ProgressBar:
