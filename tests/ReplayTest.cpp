@@ -113,7 +113,9 @@ TEST(LaunchLogTest, ReadsCsvAndTsvAndSeparatesUsers) {
                                                   "ann: maps, offline@08:01:30 mail@08:02:00"}));
   EXPECT_EQ(csv.users[1].launches[1].order, 2u);  // file order across users
 
-  const LaunchLog tsv = ParseLaunchLog("timestamp\tapp\n1709535600\tmail\n1709535660\tmaps", "log.tsv", {3600, false});
+  ReadOptions epochs;
+  epochs.utcOffsetSeconds = 3600;
+  const LaunchLog tsv = ParseLaunchLog("timestamp\tapp\n1709535600\tmail\n1709535660\tmaps", "log.tsv", epochs);
   EXPECT_EQ(Users(tsv), std::vector<std::string>{": mail@08:00:00 maps@08:01:00"});
 }
 
@@ -135,12 +137,39 @@ TEST(LaunchLogTest, ReportsBadInputWithFileLineAndReason) {
   EXPECT_EQ(ErrorOf("timestamp,app\n\n"), "log.csv: no launch to replay");
 
   // Skipped, a bad row neither stops the log nor moves a user's clock.
+  ReadOptions skipping;
+  skipping.skipBadRows = true;
   const LaunchLog log = ParseLaunchLog(
-      header + "u,2024-03-04 09:00\nu,2024-03-04 07:00,b\nu,nope,c\nu,2024-03-04 08:30,d\n", "log.csv", {{}, true});
+      header + "u,2024-03-04 09:00\nu,2024-03-04 07:00,b\nu,nope,c\nu,2024-03-04 08:30,d\n", "log.csv", skipping);
   EXPECT_EQ(Users(log), std::vector<std::string>{"u: mail@08:00:00 d@08:30:00"});
   EXPECT_EQ(log.badRows, 3u);
   ASSERT_EQ(log.badRowSamples.size(), 3u);
   EXPECT_EQ(log.badRowSamples[1].rfind("log.csv:4: time 2024-03-04 07:00:00 is earlier", 0), 0u);
+}
+
+TEST(LaunchLogTest, ReadsChosenUsersAndHandsLaunchesOn) {
+  const std::string text = "user,timestamp,app\nu,2024-03-04 08:00,a\nv,nope,b\nw,2024-03-04 08:01,c\n"
+                           "u,2024-03-04 07:00,d\nw,2024-03-04 08:02,e\n";
+  // Other users' rows are skipped unchecked; lines keep their numbers.
+  ReadOptions chosen;
+  chosen.readsUser = [](const std::string& user) { return user != "v"; };
+  EXPECT_EQ(ErrorOf(text, chosen).rfind("log.csv:5: time 2024-03-04 07:00:00 is earlier", 0), 0u);
+  chosen.skipBadRows = true;
+  const LaunchLog log = ParseLaunchLog(text, "log.csv", chosen);
+  EXPECT_EQ(Users(log), (std::vector<std::string>{"u: a@08:00:00", "w: c@08:01:00 e@08:02:00"}));
+  EXPECT_EQ(log.badRows, 1u);
+
+  std::vector<std::pair<std::size_t, std::uint32_t>> launches;  // user, order
+  ReadOptions streamed;
+  streamed.skipBadRows = true;
+  streamed.onLaunch = [&launches](std::size_t user, const Launch& launch) {
+    launches.emplace_back(user, launch.order);
+  };
+  const LaunchLog counted = ParseLaunchLog(text, "log.csv", streamed);
+  EXPECT_EQ(launches, (std::vector<std::pair<std::size_t, std::uint32_t>>{{0, 0}, {1, 1}, {1, 2}}));
+  EXPECT_EQ(Users(counted), (std::vector<std::string>{"u:", "w:"}));
+  EXPECT_EQ(counted.launchCount, 3u);
+  EXPECT_EQ(counted.badRows, 2u);
 }
 
 TEST(BaselineTest, ScoresAHandCheckedLog) {

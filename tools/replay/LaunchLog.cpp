@@ -134,11 +134,12 @@ void LaunchLogParser::ParseRow(std::string_view line) {
   if (fields_.size() != columnCount_) {
     return RejectRow("expected " + Plural(columnCount_, "column") + ", found " + std::to_string(fields_.size()));
   }
+  const std::string user = userColumn_ ? fields_[*userColumn_] : std::string();
+  if (options_.readsUser && !options_.readsUser(user)) return;
   const ParsedTime time = ParseLaunchTime(fields_[timeColumn_], options_.utcOffsetSeconds);
   if (!time.error.empty()) return RejectRow(time.error);
   const std::string& app = fields_[appColumn_];
   if (app.empty()) return RejectRow("empty app");
-  const std::string user = userColumn_ ? fields_[*userColumn_] : std::string();
   if (userColumn_ && user.empty()) return RejectRow("empty user");
 
   const auto [userEntry, newUser] = userIndex_.try_emplace(user, log_.users.size());
@@ -157,8 +158,12 @@ void LaunchLogParser::ParseRow(std::string_view line) {
 
   const auto [appEntry, newApp] = appIds_.try_emplace(app, static_cast<AppId>(log_.apps.size()));
   if (newApp) log_.apps.push_back(app);
-  log_.users[userEntry->second].launches.push_back(
-      {time.seconds, appEntry->second, static_cast<std::uint32_t>(log_.launchCount)});
+  const Launch launch{time.seconds, appEntry->second, static_cast<std::uint32_t>(log_.launchCount)};
+  if (options_.onLaunch) {
+    options_.onLaunch(userEntry->second, launch);
+  } else {
+    log_.users[userEntry->second].launches.push_back(launch);
+  }
   ++log_.launchCount;
 }
 

@@ -5,6 +5,7 @@
 #define NUVIK_TOOLS_REPLAY_LAUNCH_LOG_H_
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -40,6 +41,12 @@ struct LaunchLog {
 struct ReadOptions {
   std::optional<int> utcOffsetSeconds;  // needed for epoch timestamps
   bool skipBadRows = false;             // otherwise the first bad row throws
+  // When set, the rows of the users it rejects are skipped unchecked; their
+  // lines still count.
+  std::function<bool(const std::string& user)> readsUser;
+  // When set, each launch goes to it (with its user's index into
+  // LaunchLog::users) instead of into the log.
+  std::function<void(std::size_t user, const Launch& launch)> onLaunch;
 };
 
 // Builds a log from its lines. A bad row (wrong column count, bad time, empty

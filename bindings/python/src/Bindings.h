@@ -15,7 +15,8 @@ std::string Utf8(pybind11::handle text, const char* what);
 // nuvik.Nuvik and nuvik.FormatError.
 void BindFacade(pybind11::module_& module);
 
-// The replay engine: replay_text, read_columns, parse_columns, replay_columns, add_up, report.
+// The replay engine: replay_text, index_file, replay_files, parse_columns, replay_columns, add_up,
+// report.
 void BindReplay(pybind11::module_& module);
 
 }  // namespace NuvikPython

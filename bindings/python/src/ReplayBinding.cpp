@@ -18,6 +18,7 @@
 #include "replay/Ensemble.h"
 #include "replay/Errors.h"
 #include "replay/LaunchLog.h"
+#include "replay/LocalTime.h"
 #include "replay/Replay.h"
 #include "replay/Report.h"
 
@@ -28,6 +29,8 @@ using namespace NuvikReplay;
 namespace NuvikPython {
 
 namespace {
+
+constexpr std::size_t kBadRowSamples = 5;
 
 using Codes = py::array_t<std::int64_t, py::array::c_style | py::array::forcecast>;
 
@@ -146,23 +149,100 @@ py::dict Columns(const LaunchLog& log) {
                   "user"_a = users, "app"_a = apps, "time"_a = times, "order"_a = orders);
 }
 
-py::dict ReadColumns(const std::string& path, const std::optional<std::string>& utcOffset, bool skipBadRows) {
-  const ReadOptions reading = Reading(utcOffset, skipBadRows);
-  try {
-    LaunchLog log;
-    {
-      const py::gil_scoped_release unlocked;
-      log = ReadLaunchLog(path, reading);
-    }
-    return Columns(log);
-  } catch (const InputError& error) {
-    throw py::value_error(error.what());
-  }
-}
-
 py::dict ParseColumns(const py::handle text, const std::string& source, const std::optional<std::string>& utcOffset,
                       bool skipBadRows) {
   return Columns(ParseText(text, source, Reading(utcOffset, skipBadRows)));
+}
+
+// A log file's users in order of first appearance and the launches of each, counted, not kept. Reports its bad
+// rows as ParseColumns does.
+py::dict IndexFile(const std::string& path, const std::optional<std::string>& utcOffset, bool skipBadRows) {
+  ReadOptions reading = Reading(utcOffset, skipBadRows);
+  std::vector<std::size_t> launches;
+  reading.onLaunch = [&launches](std::size_t user, const Launch&) {
+    if (user >= launches.size()) launches.resize(user + 1);
+    ++launches[user];
+  };
+  LaunchLog log;
+  try {
+    const py::gil_scoped_release unlocked;
+    log = ReadLaunchLog(path, reading);
+  } catch (const InputError& error) {
+    throw py::value_error(error.what());
+  }
+  py::list users;
+  for (const UserLog& user : log.users) users.append(py::str(user.name));
+  return py::dict("launches"_a = log.launchCount, "bad_rows"_a = log.badRows, "bad_row_samples"_a = log.badRowSamples,
+                  "users"_a = users, "user_launches"_a = launches);
+}
+
+// The launches of some users, read from log files that together are one log, in order: only these users' rows
+// are parsed and kept. A launch earlier than one of its user in an earlier file is dropped and reported; other
+// bad rows are skipped unreported (IndexFile reports them).
+struct UsersLog {
+  LaunchLog log;
+  std::size_t peakLaunches = 0;  // held at once while reading
+};
+
+UsersLog ReadUsers(const std::vector<std::string>& paths, const std::vector<std::string>& userNames,
+                   ReadOptions reading) {
+  UsersLog result;
+  LaunchLog& log = result.log;
+  std::unordered_map<std::string, std::size_t> userIndex;
+  for (const std::string& name : userNames) {
+    if (userIndex.try_emplace(name, log.users.size()).second) log.users.push_back({name, {}});
+  }
+  reading.skipBadRows = true;
+  reading.readsUser = [&userIndex](const std::string& user) { return userIndex.count(user) != 0; };
+  std::unordered_map<std::string, AppId> appIds;
+  for (const std::string& path : paths) {
+    const LaunchLog file = ReadLaunchLog(path, reading);
+    result.peakLaunches = std::max(result.peakLaunches, log.launchCount + file.launchCount);
+    std::vector<std::pair<std::uint32_t, std::string>> dropped;  // by position in the file
+    for (const UserLog& fileUser : file.users) {
+      UserLog& user = log.users[userIndex.at(fileUser.name)];
+      for (const Launch& launch : fileUser.launches) {
+        if (!user.launches.empty() && launch.time < user.launches.back().time) {
+          dropped.emplace_back(launch.order, path + ": time " + FormatLocalTime(launch.time) + " of user '" +
+                                                 user.name + "' is earlier than that of a row in an earlier log; " +
+                                                 "the rows of each user must be in time order");
+          continue;
+        }
+        const auto [app, added] = appIds.try_emplace(file.apps[launch.app], static_cast<AppId>(log.apps.size()));
+        if (added) log.apps.push_back(file.apps[launch.app]);
+        user.launches.push_back({launch.time, app->second, static_cast<std::uint32_t>(log.launchCount++)});
+      }
+    }
+    std::sort(dropped.begin(), dropped.end());
+    log.badRows += dropped.size();
+    for (std::size_t i = 0; i < dropped.size() && log.badRowSamples.size() < kBadRowSamples; ++i) {
+      log.badRowSamples.push_back(std::move(dropped[i].second));
+    }
+  }
+  return result;
+}
+
+py::dict ReplayFiles(const std::vector<std::string>& paths, const std::vector<std::string>& userNames,
+                     const py::iterable& ensembleTexts, bool skipRepeats, double killThreshold,
+                     const std::optional<std::string>& utcOffset, bool skipBadRows) {
+  const std::vector<Ensemble> ensembles = Ensembles(ensembleTexts);
+  const ReadOptions reading = Reading(utcOffset, skipBadRows);
+  UsersLog users;
+  std::vector<RunResult> runs;
+  try {
+    const py::gil_scoped_release unlocked;
+    users = ReadUsers(paths, userNames, reading);
+    if (users.log.badRows == 0 || skipBadRows) {
+      runs = Replay(users.log, ensembles, Replaying(skipRepeats, killThreshold));
+    }
+  } catch (const InputError& error) {
+    throw py::value_error(error.what());
+  }
+  if (users.log.badRows != 0 && !skipBadRows) throw py::value_error(users.log.badRowSamples.front());
+  py::dict result = Results(users.log, runs);
+  result["app_names"] = users.log.apps;
+  result["peak_launches"] = users.peakLaunches;
+  return result;
 }
 
 // Launches given as columns in log order, already checked.
@@ -217,10 +297,13 @@ std::vector<RunTotals> ToRunTotals(const py::iterable& runs) {
 void BindReplay(py::module_& module) {
   module.def("replay_text", &ReplayText, "text"_a, "source"_a, "ensembles"_a, "skip_repeats"_a, "kill_threshold"_a,
              "utc_offset"_a, "skip_bad_rows"_a, "Parses a CSV or TSV log held in a str and replays it.");
-  module.def("read_columns", &ReadColumns, "path"_a, "utc_offset"_a, "skip_bad_rows"_a,
-             "Reads a log file into columns grouped by user.");
   module.def("parse_columns", &ParseColumns, "text"_a, "source"_a, "utc_offset"_a, "skip_bad_rows"_a,
              "Parses a CSV or TSV log held in a str into columns grouped by user.");
+  module.def("index_file", &IndexFile, "path"_a, "utc_offset"_a, "skip_bad_rows"_a,
+             "Reads a log file's users and their launch counts, keeping no launch.");
+  module.def("replay_files", &ReplayFiles, "paths"_a, "users"_a, "ensembles"_a, "skip_repeats"_a, "kill_threshold"_a,
+             "utc_offset"_a, "skip_bad_rows"_a,
+             "Replays some users of log files read as one log, parsing and keeping only their rows.");
   module.def("replay_columns", &ReplayColumns, "user"_a, "user_names"_a, "app"_a, "app_names"_a, "time"_a,
              "ensembles"_a, "skip_repeats"_a, "kill_threshold"_a, "Replays launches given as columns in log order.");
   module.def(

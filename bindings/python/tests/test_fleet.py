@@ -79,6 +79,17 @@ def test_generated_fleet_equals_one_process_and_the_tool(client, fleet):
     assert output == tool
 
 
+def test_a_replay_task_holds_one_share_of_the_users(client, fleet):
+    pattern, frame = fleet
+    tasks = 12
+    result = nuvik.fleet.run(pattern, TWO, scheduler=client, tasks=tasks)
+    share = -(-len(frame) // tasks)
+    largest = frame.groupby("user").size().max()
+    # Launches held at once: a share of the users (a larger user alone), not a file, never the log.
+    assert 0 < result.peak_task_launches <= max(share, largest) < len(frame) // 3
+    same(result.frame(), nuvik.replay(frame, TWO))
+
+
 def test_a_killed_worker_changes_nothing(client, fleet):
     pattern, frame = fleet
     result = {}
@@ -90,7 +101,7 @@ def test_a_killed_worker_changes_nothing(client, fleet):
     while killed is None and runner.is_alive() and time.monotonic() < deadline:
         busy = client.run_on_scheduler(lambda dask_scheduler: [
             task.processing_on.address for task in dask_scheduler.tasks.values()
-            if task.state == "processing" and "_replay_share" in str(task.key)])
+            if task.state == "processing" and "_replay_users" in str(task.key)])
         if busy:
             killed = client.run(os.getpid, workers=[busy[0]])[busy[0]]
             os.kill(killed, signal.SIGKILL)

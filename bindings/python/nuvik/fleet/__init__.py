@@ -1,11 +1,15 @@
 """nuvik.fleet: nuvik-replay over a Dask cluster, with results identical to one process.
 
-Each log file (or partition of a Dask DataFrame) is parsed by nuvik-replay's reader in a task of its own; the
-launches are then shuffled by user so that every user's whole stream, in log order, is replayed by one task; the
-per-user sums come back and are added up in the order nuvik-replay adds them (users in order of first appearance),
-so the totals are the same to the bit. A task holds one file or partition, or one share of the users: keep files
-small enough (several files rather than one huge one) and memory per worker stays bounded by them and by the
-largest user's stream, never by the whole log.
+Log files are read by nuvik-replay's reader, streaming, never whole. First, a task per file checks its rows and
+counts each user's launches, keeping none. Then the users, in order of first appearance, are cut into shares of
+about LAUNCHES_PER_TASK launches (a larger user alone); a replay task per share reads the files its users appear
+in, parses and keeps only their rows, and replays every user's whole stream in log order. A worker thread thus
+holds one share at a time: memory is bounded by the share size or the largest user's stream, never by the log.
+The per-user sums come back and are added up in the order nuvik-replay adds them (users in order of first
+appearance), so the totals are the same to the bit.
+
+A Dask DataFrame is parsed a partition per task and shuffled by user: its partitions wait in the workers' memory
+until the replay tasks take them.
 
 Without a scheduler address, a distributed.LocalCluster of worker processes on the loopback interface runs the
 tasks; with one ("tcp://HOST:8786"), an existing cluster whose workers can import nuvik and read the files.
@@ -27,8 +31,9 @@ import pandas as pd
 from .. import _nuvik
 from .._replay import FRAME_SOURCE, ensemble_list, log_text, result_frame
 
-# Launches per replay task: small enough to bound a worker's memory, large enough to keep the scheduler idle.
-LAUNCHES_PER_TASK = 100_000
+# Launches per replay task: small enough to bound a worker's memory (the C++ reader holds 16 bytes per launch),
+# large enough that the files are not read too many times over.
+LAUNCHES_PER_TASK = 250_000
 BAD_ROW_SAMPLES = 5
 
 
@@ -44,6 +49,7 @@ class FleetResult:
         self.user_names = user_names
         self.runs = runs  # (label, baseline, apps, per-user totals in log order)
         self.peak_memory = {}  # worker address: peak resident bytes, at the end of the run
+        self.peak_task_launches = None  # most launches a replay task held at once (files only)
 
     def frame(self, per_user=False):
         """The same frame as nuvik.replay."""
@@ -63,9 +69,10 @@ def replay(logs, ensembles, *, scheduler=None, workers=None, skip_repeats=False,
     they are one log, in the order given, each glob's files sorted by name) or a Dask DataFrame with the columns
     of nuvik.replay. scheduler: None for a LocalCluster of `workers` processes (default: one per core), else an
     address or a distributed.Client. A bad row raises ValueError with nuvik-replay's message (for a Dask
-    DataFrame, lines count within each partition); skip_bad_rows drops such rows instead. tasks: how many
-    replay tasks share the users (default: one per LAUNCHES_PER_TASK launches); progress: draw a progress bar
-    on a terminal; memory_limit: of each local worker ("2GiB"), past which Dask spills held launches to disk.
+    DataFrame, lines count within each partition); skip_bad_rows drops such rows instead. tasks: about how
+    many replay tasks share the users (default: one per LAUNCHES_PER_TASK launches; a user is never split);
+    progress: draw a progress bar on a terminal; memory_limit: of each local worker ("2GiB"), past which Dask
+    spills a Dask DataFrame's waiting partitions to disk.
     """
     return run(logs, ensembles, scheduler=scheduler, workers=workers, skip_repeats=skip_repeats,
                kill_threshold=kill_threshold, utc_offset=utc_offset, skip_bad_rows=skip_bad_rows,
@@ -82,33 +89,104 @@ def run(logs, ensembles, *, scheduler=None, workers=None, skip_repeats=False, ki
             _nuvik.replay_columns(empty, [], empty, [], empty, ensembles, skip_repeats, kill_threshold)["runs"]]
     frame = _dask_frame(logs)
     paths = None if frame is not None else _expand(logs)
+    options = dict(skip_repeats=skip_repeats, kill_threshold=kill_threshold, utc_offset=utc_offset,
+                   skip_bad_rows=skip_bad_rows)
     with _connect(scheduler, workers, memory_limit) as client:
         if frame is not None:
-            sources = [f"{FRAME_SOURCE} partition {i}" for i in range(frame.npartitions)]
-            parsed = client.compute([dask.delayed(_parse_partition, pure=True)(part, i, sources[i], utc_offset,
-                                                                              skip_bad_rows)
-                                     for i, part in enumerate(frame.to_delayed())])
+            source = FRAME_SOURCE
+            logs_read, futures = _submit_frame(client, frame, ensembles, tasks, **options)
         else:
-            sources = paths
-            # Not pure: a file may change between two runs on one cluster.
-            parsed = client.map(_read_file, paths, range(len(paths)), utc_offset=utc_offset,
-                                skip_bad_rows=skip_bad_rows, pure=False)
-        logs_read = client.gather(client.map(_summary_of, parsed))
-        for summary in logs_read:
-            if "error" in summary:
-                raise ValueError(summary["error"])
-        launches = sum(summary["launches"] for summary in logs_read)
-        tasks = tasks or max(1, math.ceil(launches / LAUNCHES_PER_TASK))
-        # Each part is split by user into one piece per task; a task gathers its pieces of every part.
-        splits = client.map(_split, parsed, tasks=tasks)
-        futures = [client.submit(_replay_share, client.map(operator.itemgetter(t), splits), sources, ensembles,
-                                 skip_repeats, kill_threshold, skip_bad_rows) for t in range(tasks)]
-        del parsed, splits  # a part's data lives only until its pieces are replayed
-        results = _gather(client, futures, progress)
+            source = ", ".join(paths)
+            logs_read, futures = _submit_files(client, paths, ensembles, tasks, **options)
+        results = _gather(futures, progress)
         peak = client.run(_peak_memory)
-    result = _combine(FRAME_SOURCE if frame is not None else ", ".join(paths), runs, logs_read, results)
+    result = _combine(source, runs, logs_read, results)
     result.peak_memory = peak
+    if frame is None:
+        result.peak_task_launches = max(share["peak_launches"] for share in results)
     return result
+
+
+def _submit_files(client, paths, ensembles, tasks, **options):
+    """Indexes the files, then submits a replay task per share of the users; returns the indexes and the tasks."""
+    # Not pure: a file may change between two runs on one cluster.
+    indexes = client.gather(client.map(_index_file, paths, utc_offset=options["utc_offset"],
+                                       skip_bad_rows=options["skip_bad_rows"], pure=False))
+    for index in indexes:
+        if "error" in index:
+            raise ValueError(index["error"])
+    users = {}  # name: [launches, parts it appears in], in order of first appearance
+    for part, index in enumerate(indexes):
+        for name, launches in zip(index.pop("users"), index.pop("user_launches")):
+            user = users.setdefault(name, [0, []])
+            user[0] += launches
+            user[1].append(part)
+    launches = sum(index["launches"] for index in indexes)
+    tasks = tasks or max(1, math.ceil(launches / LAUNCHES_PER_TASK))
+    futures = []
+    first = 0
+    for names, parts in _shares(users, math.ceil(launches / tasks)):
+        futures.append(client.submit(_replay_users, [paths[part] for part in parts], names, range(first,
+                                     first + len(names)), ensembles, **options, pure=False))
+        first += len(names)
+    return indexes, futures
+
+
+def _shares(users, launches_per_share):
+    """Consecutive users in shares of at most launches_per_share launches (a larger user alone), each with the
+    parts its users appear in."""
+    names, parts, launches = [], set(), 0
+    for name, (user_launches, user_parts) in users.items():
+        if names and launches + user_launches > launches_per_share:
+            yield names, sorted(parts)
+            names, parts, launches = [], set(), 0
+        names.append(name)
+        parts.update(user_parts)
+        launches += user_launches
+    if names:
+        yield names, sorted(parts)
+
+
+def _index_file(path, utc_offset, skip_bad_rows):
+    try:
+        return _nuvik.index_file(path, utc_offset, skip_bad_rows)
+    except ValueError as error:
+        return {"error": str(error)}
+
+
+def _replay_users(paths, names, keys, ensembles, skip_repeats, kill_threshold, utc_offset, skip_bad_rows):
+    """Replays a share of the users, reading only their rows of the files; keys: their places in the log."""
+    result = _nuvik.replay_files(paths, names, ensembles, skip_repeats, kill_threshold, utc_offset, skip_bad_rows)
+    return {
+        "keys": list(keys),
+        "users": result["users"],
+        "runs": [(run["apps"], run["users"]) for run in result["runs"]],
+        "apps": set(result["app_names"]),
+        "launches": result["launches"],
+        "bad_rows": result["bad_rows"],
+        "bad_row_samples": result["bad_row_samples"],
+        "peak_launches": result["peak_launches"],
+    }
+
+
+def _submit_frame(client, frame, ensembles, tasks, **options):
+    """Parses the partitions, then submits the replay tasks that gather each share of the users from every
+    partition; returns the partitions' summaries and the tasks."""
+    sources = [f"{FRAME_SOURCE} partition {i}" for i in range(frame.npartitions)]
+    parsed = client.compute([dask.delayed(_parse_partition, pure=True)(part, i, sources[i], options["utc_offset"],
+                                                                      options["skip_bad_rows"])
+                             for i, part in enumerate(frame.to_delayed())])
+    logs_read = client.gather(client.map(_summary_of, parsed))
+    for summary in logs_read:
+        if "error" in summary:
+            raise ValueError(summary["error"])
+    launches = sum(summary["launches"] for summary in logs_read)
+    tasks = tasks or max(1, math.ceil(launches / LAUNCHES_PER_TASK))
+    # Each part is split by user into one piece per task; a task gathers its pieces of every part.
+    splits = client.map(_split, parsed, tasks=tasks)
+    return logs_read, [client.submit(_replay_share, client.map(operator.itemgetter(t), splits), sources, ensembles,
+                                     options["skip_repeats"], options["kill_threshold"], options["skip_bad_rows"])
+                       for t in range(tasks)]
 
 
 def _peak_memory():
@@ -168,21 +246,13 @@ def _columns_frame(columns, part):
     })
 
 
-def _parsed(read, part):
+def _parse_partition(frame, part, source, utc_offset, skip_bad_rows):
     try:
-        columns = read()
+        columns = _nuvik.parse_columns(log_text(frame), source, utc_offset, skip_bad_rows)
     except ValueError as error:
         return None, {"error": str(error)}
     summary = {key: columns[key] for key in ("launches", "bad_rows", "bad_row_samples")}
     return _columns_frame(columns, part), summary
-
-
-def _read_file(path, part, utc_offset, skip_bad_rows):
-    return _parsed(lambda: _nuvik.read_columns(path, utc_offset, skip_bad_rows), part)
-
-
-def _parse_partition(frame, part, source, utc_offset, skip_bad_rows):
-    return _parsed(lambda: _nuvik.parse_columns(log_text(frame), source, utc_offset, skip_bad_rows), part)
 
 
 def _summary_of(parsed):
@@ -232,16 +302,23 @@ def _replay_share(pieces, sources, ensembles, skip_repeats, kill_threshold, skip
     }
 
 
-def _gather(client, futures, progress):
-    """The futures' results, drawing a progress bar on a terminal meanwhile."""
-    if progress and sys.stderr.isatty():
-        from distributed import as_completed
+def _gather(futures, progress):
+    """The futures' results in order, each fetched as its task ends so that no worker keeps it (the list is
+    emptied); draws a progress bar on a terminal meanwhile."""
+    from distributed import as_completed
 
-        bar = _ProgressBar(len(futures))
-        for done, _ in enumerate(as_completed(futures), 1):
+    bar = _ProgressBar(len(futures)) if progress and sys.stderr.isatty() else None
+    places = {future.key: place for place, future in enumerate(futures)}
+    results = [None] * len(futures)
+    completed = as_completed(futures, with_results=True)
+    futures.clear()
+    for done, (future, result) in enumerate(completed, 1):
+        results[places[future.key]] = result
+        if bar:
             bar.draw(done)
+    if bar:
         bar.close()
-    return client.gather(futures)
+    return results
 
 
 class _ProgressBar:

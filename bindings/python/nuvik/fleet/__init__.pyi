@@ -17,6 +17,7 @@ class FleetResult:
     user_names: list[str]
     runs: list[Any]
     peak_memory: dict[str, int]
+    peak_task_launches: Optional[int]
     def frame(self, per_user: bool = False) -> pd.DataFrame: ...
     def report(self, format: str = "table", per_user: bool = False) -> str: ...
 

@@ -63,6 +63,9 @@ def main(argv=None):
         memory = ", ".join(f"{peak / 2**20:.0f}" for peak in result.peak_memory.values())
         print(f"{PROGRAM}: {result.launches} launches in {seconds:.1f} s: {result.launches / seconds:.0f} launches/s; "
               f"peak memory per worker: {memory} MiB", file=sys.stderr)
+        if result.peak_task_launches is not None:
+            print(f"{PROGRAM}: a replay task held at most {result.peak_task_launches} launches at once",
+                  file=sys.stderr)
     sys.stdout.write(result.report(arguments.format, arguments.per_user))
     return 0
 
