@@ -21,6 +21,7 @@
 #include "DoubleLinear.h"
 #include "MarkovChain3.h"
 #include "ReferenceFacade.h"
+#include "TrainedDocument.h"
 
 namespace NuvikPrediction::bench {
 namespace {
@@ -30,28 +31,7 @@ constexpr int kLaunches = 100000;
 const std::vector<std::string> kEnsemble = {"markov_chain3_invalidate", "double_linear"};
 const char* const kRealLog = "studentlife_u00_u02/launches.csv";
 
-std::string BuildSyntheticDocument() {
-  std::vector<std::unique_ptr<Predictor>> predictors;
-  predictors.push_back(std::make_unique<MarkovChain3>());
-  predictors.push_back(std::make_unique<DoubleLinear>());
-  Json::Value root;
-  Json::ArrayIndex app = 0;
-  for (; app < kApps; ++app) root["knownApps"][app] = "app" + std::to_string(app);
-  LaunchStream stream(kApps, 1);
-  for (int i = 0; i < kLaunches; ++i) {
-    const Item item = stream.Next();
-    for (auto& predictor : predictors) predictor->Update(Updater{"", item.app, item.time.tm_hour, item.time.tm_min});
-  }
-  for (Json::ArrayIndex slot = 0; slot < predictors.size(); ++slot) {
-    root["models"][slot]["name"] = predictors[slot]->name;
-    root["models"][slot]["model"] = predictors[slot]->SerializeJson();
-  }
-  root["count"] = Json::UInt64{predictors.size()};
-  root["version"] = 3;
-  Json::StreamWriterBuilder builder;
-  builder["indentation"] = "";
-  return Json::writeString(builder, root);
-}
+std::string BuildSyntheticDocument() { return TrainedDocument(kApps, kLaunches); }
 
 std::string RealLogPath() {
   const char* directory = std::getenv("NUVIK_SHARED_DATA");

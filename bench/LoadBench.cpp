@@ -14,6 +14,7 @@
 #include "DoubleLinear.h"
 #include "LoadPath.h"
 #include "MarkovChain3.h"
+#include "TrainedDocument.h"
 
 namespace NuvikPrediction::bench {
 namespace {
@@ -26,30 +27,7 @@ std::string Save(const Nuvik& nuvik) {
   return out.str();
 }
 
-// The predictors learn directly: a facade would also rank every launch.
-std::string LargeDocument() {
-  constexpr int kApps = 1000;
-  constexpr int kLaunches = 100000;
-  std::vector<std::unique_ptr<Predictor>> predictors;
-  predictors.push_back(std::make_unique<MarkovChain3>());
-  predictors.push_back(std::make_unique<DoubleLinear>());
-  Json::Value root;
-  for (Json::ArrayIndex app = 0; app < kApps; ++app) root["knownApps"][app] = "app" + std::to_string(app);
-  LaunchStream stream(kApps, 1);
-  for (int i = 0; i < kLaunches; ++i) {
-    const Item item = stream.Next();
-    for (auto& predictor : predictors) predictor->Update(Updater{"", item.app, item.time.tm_hour, item.time.tm_min});
-  }
-  for (Json::ArrayIndex slot = 0; slot < predictors.size(); ++slot) {
-    root["models"][slot]["name"] = predictors[slot]->name;
-    root["models"][slot]["model"] = predictors[slot]->SerializeJson();
-  }
-  root["count"] = Json::UInt64{predictors.size()};
-  root["version"] = 3;
-  Json::StreamWriterBuilder builder;
-  builder["indentation"] = "";
-  return Json::writeString(builder, root);
-}
+std::string LargeDocument() { return TrainedDocument(1000, 100000); }
 
 // Rows "user,YYYY-MM-DD hh:mm:ss,app" of user u00, in local time.
 std::string U00Document() {
