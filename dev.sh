@@ -8,7 +8,10 @@
 set -euo pipefail
 cd "$(dirname "$0")"
 
-PACKAGES=(cmake make g++ pkg-config libjsoncpp-dev libgtest-dev libcli11-dev zlib1g-dev libsimdjson-dev)
+# The native architecture's simdjson: the aarch64 cross build may have installed the arm64 one in its place.
+NATIVE_ARCH=$(dpkg --print-architecture 2>/dev/null || true)
+PACKAGES=(cmake make g++ pkg-config libjsoncpp-dev libgtest-dev libcli11-dev zlib1g-dev
+  "libsimdjson-dev${NATIVE_ARCH:+:$NATIVE_ARCH}")
 # The Python package; they belong to Debian's interpreter, /usr/bin/python3 (NUVIK_PYTHON overrides it).
 PYTHON_PACKAGES=(python3-dev python3-pybind11 pybind11-dev python3-numpy python3-pandas python3-dask
   python3-distributed python3-pytest)
