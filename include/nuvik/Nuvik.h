@@ -16,8 +16,9 @@
 //
 // The whole learned state is written to and read from one JSON document
 // through caller-supplied streams. The library holds no threads, prints
-// nothing and opens no file. A facade must be used from one thread at a time;
-// even its queries modify internal caches.
+// nothing and opens no file. A facade must be used from one thread at a time:
+// no call, not even a const one, may run while another call on the same
+// facade runs, since queries use internal caches and scratch space.
 #ifndef NUVIK_NUVIK_H_
 #define NUVIK_NUVIK_H_
 
@@ -110,6 +111,26 @@ class NUVIK_EXPORT Nuvik {
   std::vector<std::string> GetNext() const;
   std::vector<std::string> GetSoon() const;
   std::vector<std::string> GetKill() const;
+
+  // Rankings for now, for a launcher drawing its suggestions between two
+  // launches. GetNext() is one launch behind: it was ranked before the last
+  // launch was learned. GetNextAt(time) ranks every known application at
+  // `time` from everything learned so far: exactly the list that GetNext()
+  // will answer after the next accepted Update at `time` (same scores,
+  // priorities, ties and NaN order), as long as nothing else changes the
+  // facade in between.
+  //
+  // These calls change nothing: every other answer, now and after any later
+  // calls (lists, weights, metrics, saved documents), is the same to the bit
+  // as that of a facade never asked.
+  std::vector<std::string> GetNextAt(const std::tm& time) const;
+  // The first `count` applications of GetNextAt(time) (all of them when fewer
+  // are known), without ordering the rest.
+  std::vector<std::string> GetNextAt(const std::tm& time, std::size_t count) const;
+  // What GetWeights(apps) will answer after the next accepted Update at
+  // `time`: the combined score at `time` of each known application, the
+  // weight from the last preparation of any other one that has one, else 0.0.
+  std::vector<double> GetWeightsAt(const std::tm& time, const std::vector<std::string>& apps) const;
 
   // The combination rule applied to per-slot scores: two scores give
   // s[1] * 0.9 + s[0] * 0.1, one score gives s[0], any other count 0.0.

@@ -107,7 +107,15 @@ std::string JsonTotals(const Totals& t) {
 }  // namespace
 
 Totals TotalOf(const UserResult& user) {
-  return {1, user.launches, user.scored, user.knownApps.size(), user.sumMap, user.sumRecall, user.seconds};
+  Totals totals;
+  totals.users = 1;
+  totals.launches = user.launches;
+  totals.scored = user.scored;
+  totals.apps = user.knownApps.size();
+  totals.sumMap = user.sumMap;
+  totals.sumRecall = user.sumRecall;
+  totals.seconds = user.seconds;
+  return totals;
 }
 
 Totals AddUp(const std::vector<Totals>& users, std::size_t apps) {
@@ -119,6 +127,15 @@ Totals AddUp(const std::vector<Totals>& users, std::size_t apps) {
     totals.sumMap += user.sumMap;
     totals.sumRecall += user.sumRecall;
     totals.seconds += user.seconds;
+    totals.sumHit1 += user.sumHit1;
+    totals.sumHit3 += user.sumHit3;
+    totals.sumHit5 += user.sumHit5;
+    totals.sumMrr5 += user.sumMrr5;
+    totals.sumNdcg5 += user.sumNdcg5;
+    totals.sumRowHit += user.sumRowHit;
+    totals.sumDockOrRowHit += user.sumDockOrRowHit;
+    totals.sumChurn += user.sumChurn;
+    totals.churnCount += user.churnCount;
   }
   totals.apps = apps;
   return totals;

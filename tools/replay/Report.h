@@ -9,23 +9,9 @@
 
 #include "replay/LaunchLog.h"
 #include "replay/Replay.h"
+#include "replay/Totals.h"
 
 namespace NuvikReplay {
-
-struct Totals {
-  std::size_t users = 0;
-  std::uint64_t launches = 0;
-  std::uint64_t scored = 0;
-  std::size_t apps = 0;
-  double sumMap = 0.0;
-  double sumRecall = 0.0;
-  double seconds = 0.0;
-
-  // Means over the scored launches, NaN when none was scored.
-  double Map() const { return sumMap / static_cast<double>(scored); }
-  double Recall() const { return sumRecall / static_cast<double>(scored); }
-  double MicrosPerLaunch() const { return seconds * 1e6 / static_cast<double>(launches); }
-};
 
 // Sums and counts of every user added up; an application counts once.
 Totals TotalOf(const RunResult& run);
@@ -50,6 +36,7 @@ struct RunTotals {
   bool baseline = false;
   Totals total;
   std::vector<Totals> users;  // parallel to LogSummary::userNames
+  RunProfile profile;         // over all users
 };
 
 LogSummary SummaryOf(const LaunchLog& log);
