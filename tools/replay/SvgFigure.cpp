@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <iterator>
 #include <ostream>
 #include <string>
@@ -16,6 +17,7 @@ const char* const kColours[] = {"#1f77b4", "#ff7f0e", "#2ca02c", "#d62728", "#94
                                 "#8c564b", "#e377c2", "#17becf", "#bcbd22", "#393b79"};
 constexpr const char* kBaselineColour = "#444";
 const char* const kBaselineDashes[] = {"7 4", "2 3"};
+constexpr const char* kLaggingSuffix = " (lagging)";
 constexpr const char* kLaggingDashes = "1.5 2.5";
 constexpr double kLegendCharWidth = 7.6;  // of the 13 px legend font, generously
 constexpr double kLegendSwatch = 38;
@@ -74,6 +76,11 @@ double NiceStep(double span, int maxTicks) {
   return 10.0 * power;
 }
 
+bool IsLagging(const std::string& label) {
+  const std::size_t suffix = std::strlen(kLaggingSuffix);
+  return label.size() > suffix && label.compare(label.size() - suffix, suffix, kLaggingSuffix) == 0;
+}
+
 std::vector<Stroke> StrokesOf(const std::vector<RunKey>& runs) {
   std::vector<Stroke> strokes(runs.size());
   std::size_t ensemble = 0;
@@ -84,9 +91,8 @@ std::vector<Stroke> StrokesOf(const std::vector<RunKey>& runs) {
       continue;
     }
     const std::string& label = runs[r].label;
-    const std::size_t suffix = std::char_traits<char>::length(kLaggingSuffix);
-    if (label.size() > suffix && label.compare(label.size() - suffix, suffix, kLaggingSuffix) == 0) {
-      const std::string ensembleLabel = label.substr(0, label.size() - suffix);
+    if (IsLagging(label)) {
+      const std::string ensembleLabel = label.substr(0, label.size() - std::strlen(kLaggingSuffix));
       const auto of = std::find_if(runs.begin(), runs.begin() + static_cast<std::ptrdiff_t>(r),
                                    [&](const RunKey& run) { return !run.baseline && run.label == ensembleLabel; });
       if (of != runs.begin() + static_cast<std::ptrdiff_t>(r)) {

@@ -35,8 +35,9 @@ struct Stroke {
   std::string dashes;  // stroke-dasharray; empty for a solid line
 };
 
-// The suffix of a run that scores the list shown before each launch.
-constexpr const char* kLaggingSuffix = " (lagging)";
+// Whether a run's label is that of a lagging run, "<ensemble> (lagging)":
+// one scoring the list shown before each launch.
+bool IsLagging(const std::string& label);
 
 // The style of each run, the same in every picture: ensembles take the
 // palette's colours in turn; baselines are dark grey, dashed two ways; a
