@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <random>
+#include <limits>
 #include <unordered_map>
 
 namespace NuvikReplay {
@@ -13,14 +13,31 @@ namespace {
 constexpr double kLowPercentile = 0.025;
 constexpr double kHighPercentile = 0.975;
 
-// A uniform index below `n`, the same on every platform (the standard
-// distributions are not).
-std::size_t IndexBelow(std::mt19937_64& random, std::uint64_t n) {
-  const std::uint64_t limit = std::mt19937_64::max() - std::mt19937_64::max() % n;
-  std::uint64_t draw = random();
-  while (draw >= limit) draw = random();
-  return static_cast<std::size_t>(draw % n);
-}
+// Uniform indices below `n`, the same on every platform (the standard
+// distributions are not): SplitMix64's numbers, multiplied by `n` and
+// shifted, rejecting the few products that would favour some indices.
+class IndexDraws {
+ public:
+  IndexDraws(std::uint64_t seed, std::uint32_t n) : state_(seed), n_(n), threshold_((0u - n) % n) {}
+
+  std::uint32_t Next() {
+    std::uint64_t product = (NextNumber() >> 32) * n_;
+    while (static_cast<std::uint32_t>(product) < threshold_) product = (NextNumber() >> 32) * n_;
+    return static_cast<std::uint32_t>(product >> 32);
+  }
+
+ private:
+  std::uint64_t NextNumber() {
+    std::uint64_t z = (state_ += 0x9e3779b97f4a7c15u);
+    z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9u;
+    z = (z ^ (z >> 27)) * 0x94d049bb133111ebu;
+    return z ^ (z >> 31);
+  }
+
+  std::uint64_t state_;
+  std::uint32_t n_;
+  std::uint32_t threshold_;
+};
 
 Interval PercentileInterval(std::vector<double> values) {
   Interval interval;
@@ -88,14 +105,14 @@ std::vector<Interval> BootstrapRatios(const std::vector<RatioOfSums>& ratios, co
     for (std::size_t c = 0; c < columns; ++c) sums[c] += rows[u * columns + c];
   }
   for (std::size_t r = 0; r < ratios.size(); ++r) intervals[r].value = ratioOfSums(r);
-  if (users == 0) return intervals;
+  if (users == 0 || users > std::numeric_limits<std::uint32_t>::max()) return intervals;
 
   std::vector<std::vector<double>> resampled(ratios.size(), std::vector<double>(options.resamples));
   std::vector<std::uint32_t> draws(users);
-  std::mt19937_64 random(options.seed);
+  IndexDraws random(options.seed, static_cast<std::uint32_t>(users));
   for (std::size_t b = 0; b < options.resamples; ++b) {
     std::fill(draws.begin(), draws.end(), 0);
-    for (std::size_t i = 0; i < users; ++i) ++draws[IndexBelow(random, users)];
+    for (std::size_t i = 0; i < users; ++i) ++draws[random.Next()];
     std::fill(sums.begin(), sums.end(), 0.0);
     for (std::size_t u = 0; u < users; ++u) {
       if (draws[u] == 0) continue;
