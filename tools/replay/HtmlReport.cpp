@@ -124,7 +124,7 @@ Axis ShareAxis(const std::string& title) {
   return axis;
 }
 
-// An axis from zero (or below it) through the values, at a nice step.
+// An axis from zero (or below it) through the values and `atLeast`.
 Axis ValueAxis(const std::string& title, const std::vector<double>& values, double atLeast) {
   double low = 0.0;
   double high = atLeast;
@@ -133,12 +133,7 @@ Axis ValueAxis(const std::string& title, const std::vector<double>& values, doub
     low = std::min(low, value);
     high = std::max(high, value);
   }
-  Axis axis;
-  axis.title = title;
-  axis.step = NiceStep(high - low, 6);
-  axis.low = std::floor(low / axis.step - 1e-9) * axis.step;
-  axis.high = std::ceil(high / axis.step + 1e-9) * axis.step;
-  return axis;
+  return AxisThrough(title, low, high, 6);
 }
 
 class Page {

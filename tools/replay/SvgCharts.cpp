@@ -95,13 +95,8 @@ Axis DifferenceAxis(const std::string& title, const std::vector<PairedComparison
     low -= 0.01;
     high += 0.01;
   }
-  Axis axis;
-  axis.title = title;
-  axis.step = NiceStep(high - low, 6);
-  axis.low = std::floor(low / axis.step - 1e-9) * axis.step;
-  axis.high = std::ceil(high / axis.step + 1e-9) * axis.step;
-  const int decimals = std::max(0, static_cast<int>(std::ceil(-std::log10(axis.step) - 1e-9)));
-  axis.tickText = [decimals](double value) {
+  Axis axis = AxisThrough(title, low, high, 6);
+  axis.tickText = [decimals = DecimalsFor(axis.step)](double value) {
     if (std::fabs(value) < 1e-12) return std::string("0");
     return (value > 0 ? "+" : "\u2212") + Decimals(std::fabs(value), decimals);
   };

@@ -22,10 +22,8 @@ constexpr const char* kLaggingDashes = "1.5 2.5";
 constexpr double kLegendCharWidth = 7.6;  // of the 13 px legend font, generously
 constexpr double kLegendSwatch = 38;
 
-int DecimalsOf(double step) { return std::max(0, static_cast<int>(std::ceil(-std::log10(step) - 1e-9))); }
-
 std::string TickText(const Axis& axis, double value) {
-  return axis.tickText ? axis.tickText(value) : Decimals(value, DecimalsOf(axis.step));
+  return axis.tickText ? axis.tickText(value) : Decimals(value, DecimalsFor(axis.step));
 }
 
 // Tick values from low to high; none without a step.
@@ -104,6 +102,17 @@ std::vector<Stroke> StrokesOf(const std::vector<RunKey>& runs) {
   }
   return strokes;
 }
+
+Axis AxisThrough(const std::string& title, double low, double high, int maxTicks) {
+  Axis axis;
+  axis.title = title;
+  axis.step = NiceStep(high - low, maxTicks);
+  axis.low = std::floor(low / axis.step - 1e-9) * axis.step;
+  axis.high = std::ceil(high / axis.step + 1e-9) * axis.step;
+  return axis;
+}
+
+int DecimalsFor(double step) { return std::max(0, static_cast<int>(std::ceil(-std::log10(step) - 1e-9))); }
 
 double Panel::X(double value) const { return left + width * (value - x.low) / (x.high - x.low); }
 double Panel::Y(double value) const { return top + height - height * (value - y.low) / (y.high - y.low); }

@@ -59,6 +59,13 @@ struct Axis {
   std::function<std::string(double)> tickText;
 };
 
+// An axis through `low` and `high`, widened to whole steps of at most
+// `maxTicks` ticks.
+Axis AxisThrough(const std::string& title, double low, double high, int maxTicks);
+
+// The decimals that tick texts `step` apart need.
+int DecimalsFor(double step);
+
 // A rectangle of the picture in which values are drawn, and its axes.
 struct Panel {
   double left = 0.0;
