@@ -1,5 +1,5 @@
 // nuvik-replay: replays launch logs through Nuvik ensembles and compares their
-// MAP, recall at five and time per launch with two simple baselines.
+// ranking measures and time per launch with two simple baselines.
 #include <atomic>
 #include <iostream>
 #include <sstream>
@@ -41,12 +41,17 @@ Ensembles
   slots the second dominates; with three or more every score is 0.0.
   Put the log before --compare, or end the list with '--'.
 
-Metrics (the facade's own, summed over users)
+Metrics (summed over users)
   The list for a launch is ranked before the launch is learned and holds every
   app seen before it. The first five launches of each user only warm up.
-  recall@5: share of scored launches found among the first five of their list.
   MAP: mean average precision of the list made five launches earlier against
-  the distinct apps launched since (that launch included).
+  the distinct apps launched since (that launch included); recall@5: share of
+  scored launches found among the first five of their list (the facade's own).
+  hit@1, hit@3, hit@5: share found first, among the first three, among the
+  first five (hit@5 equals recall@5). MRR@5: mean of 1/rank, NDCG@5: mean of
+  1/log2(rank + 1), where the launch ranks among the first five, else 0.
+  With --lagging, after each ensemble a run '<ensemble> (lagging)' scores the
+  list GetNext() showed before each launch, ranked one launch behind.
   Baselines, with the same definitions: most recently used first; most
   frequently used first, ties broken by the more recent last launch.
   µs/launch: time spent learning and ranking, per launch.
@@ -69,6 +74,7 @@ struct Options {
   std::string load;
   std::string plot;
   unsigned jobs = 1;
+  bool lagging = false;
 };
 
 std::vector<Ensemble> Ensembles(const Options& options) {
@@ -125,6 +131,7 @@ int Run(const Options& options) {
   replay.skipRepeats = options.skipRepeats;
   replay.killThreshold = options.killThreshold;
   replay.jobs = options.jobs;
+  replay.lagging = options.lagging;
   replay.keepScores = !options.plot.empty();
   replay.keepDocuments = !options.save.empty();
   replay.loadTarget = options.load;
@@ -142,10 +149,12 @@ int Run(const Options& options) {
     }
   }
 
+  ReportOptions report;
+  report.perUser = options.perUser;
   if (options.format == "json") {
-    PrintJson(std::cout, log, runs, options.perUser);
+    PrintJson(std::cout, log, runs, report);
   } else {
-    PrintTables(std::cout, log, runs, options.perUser);
+    PrintTables(std::cout, log, runs, report);
   }
   std::cout.flush();
 
@@ -172,8 +181,8 @@ int main(int argc, char** argv) {
   using namespace NuvikReplay;
   Options options;
   CLI::App app{
-      "Replays launch logs through Nuvik ensembles and reports MAP, recall@5 and time per launch,\n"
-      "next to most-recently-used and most-frequently-used baselines.",
+      "Replays launch logs through Nuvik ensembles and reports MAP, recall@5, hit@k, MRR@5, NDCG@5\n"
+      "and time per launch, next to most-recently-used and most-frequently-used baselines.",
       kProgram};
   app.add_option("log", options.log, "Launch log (CSV or TSV, plain or gzip; '-' reads standard input)");
   CLI::Option* predictors =
@@ -186,6 +195,7 @@ int main(int argc, char** argv) {
   app.add_option("--kill-threshold", options.killThreshold, "Kill-list threshold of the facade")->capture_default_str();
   app.add_option("--utc-offset", options.utcOffset, "Local time offset for epoch timestamps, e.g. +02:00");
   app.add_flag("--skip-bad-rows", options.skipBadRows, "Count and skip malformed rows instead of stopping");
+  app.add_flag("--lagging", options.lagging, "After each ensemble, score the list GetNext() showed before each launch");
   app.add_flag("--per-user", options.perUser, "Add a table per user");
   app.add_option("--format", options.format, "Output format")
       ->check(CLI::IsMember({"table", "json"}))

@@ -11,11 +11,14 @@ def test_sample_log_equals_nuvik_replay_json(sample_json):
     frame = pd.read_csv(SAMPLE_LOG)
     per_user = nuvik.replay(frame, ENSEMBLES, per_user=True)
     assert frame_rows(per_user) == per_user_rows
-    overall = nuvik.replay(frame, ENSEMBLES)
-    assert list(overall.columns) == ["ensemble", "users", "launches", "scored", "apps", "sum_map", "sum_recall", "map",
-                                     "recall_at_5", "us_per_launch"]
-    assert frame_rows(overall) == replay_json(SAMPLE_LOG, "--compare", *ENSEMBLES)[1]
+    overall = nuvik.replay(frame, ENSEMBLES, lagging=True)
+    assert list(overall.columns) == ["ensemble", "users", "launches", "scored", "apps", "sum_map", "sum_recall",
+                                     "sum_hit1", "sum_hit3", "sum_hit5", "sum_mrr5", "sum_ndcg5", "map", "recall_at_5",
+                                     "hit_at_1", "hit_at_3", "hit_at_5", "mrr_at_5", "ndcg_at_5", "us_per_launch"]
+    assert frame_rows(overall) == replay_json(SAMPLE_LOG, "--compare", *ENSEMBLES, "--lagging")[1]
+    assert list(overall["ensemble"][:2]) == [ENSEMBLES[0], ENSEMBLES[0] + " (lagging)"]
     assert list(overall["ensemble"][-2:]) == ["baseline: most recently used", "baseline: most frequently used"]
+    assert (overall["sum_hit5"] == overall["sum_recall"]).all()
     assert (overall["us_per_launch"] > 0).all()
 
 

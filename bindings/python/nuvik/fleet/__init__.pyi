@@ -24,9 +24,10 @@ class FleetResult:
 def replay(logs: Logs, ensembles: Union[str, Iterable[str]], *, scheduler: Union[None, str, Client] = None,
            workers: Optional[int] = None, skip_repeats: bool = False, kill_threshold: float = 0.05,
            utc_offset: Optional[str] = None, per_user: bool = False, skip_bad_rows: bool = False,
-           progress: bool = False, tasks: Optional[int] = None,
+           lagging: bool = False, progress: bool = False, tasks: Optional[int] = None,
            memory_limit: Union[None, int, str] = None) -> pd.DataFrame: ...
 def run(logs: Logs, ensembles: Union[str, Iterable[str]], *, scheduler: Union[None, str, Client] = None,
         workers: Optional[int] = None, skip_repeats: bool = False, kill_threshold: float = 0.05,
-        utc_offset: Optional[str] = None, skip_bad_rows: bool = False, progress: bool = False,
+        utc_offset: Optional[str] = None, skip_bad_rows: bool = False, lagging: bool = False,
+        progress: bool = False,
         tasks: Optional[int] = None, memory_limit: Union[None, int, str] = None) -> FleetResult: ...

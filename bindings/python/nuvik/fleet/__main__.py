@@ -33,6 +33,8 @@ def parse_arguments(argv):
     parser.add_argument("--kill-threshold", type=float, default=0.05, help="kill-list threshold of the facade")
     parser.add_argument("--utc-offset", help="local time offset for epoch timestamps, e.g. +02:00")
     parser.add_argument("--skip-bad-rows", action="store_true", help="count and skip malformed rows")
+    parser.add_argument("--lagging", action="store_true",
+                        help="after each ensemble, score the list the facade showed before each launch")
     parser.add_argument("--stats", action="store_true",
                         help="print launches per second and each worker's peak memory to standard error")
     arguments = parser.parse_args(argv)
@@ -49,7 +51,7 @@ def main(argv=None):
                      workers=arguments.workers, memory_limit=arguments.memory_limit,
                      skip_repeats=arguments.skip_repeats,
                      kill_threshold=arguments.kill_threshold, utc_offset=arguments.utc_offset,
-                     skip_bad_rows=arguments.skip_bad_rows, progress=True)
+                     skip_bad_rows=arguments.skip_bad_rows, lagging=arguments.lagging, progress=True)
     except (ValueError, OSError) as error:
         print(f"{PROGRAM}: {error}", file=sys.stderr)
         return 1
