@@ -85,11 +85,11 @@ Suggestions::NameEntry& Suggestions::NameTable::Get(std::string_view name) {
     // At most half full: twice the size, and every entry moved.
     spare_.assign(2 * entries_.size(), NameEntry{});
     for (const NameEntry& entry : entries_) {
-      if (entry.flags != 0) Slot(spare_, entry.name) = entry;
+      if (entry.flags != 0) Probe(spare_, entry.name) = entry;
     }
     entries_.swap(spare_);
   }
-  NameEntry& entry = Slot(entries_, name);
+  NameEntry& entry = Probe(entries_, name);
   if (entry.flags == 0) {
     entry = NameEntry{name, kNoSlot, kUsed};
     ++size_;
@@ -97,7 +97,7 @@ Suggestions::NameEntry& Suggestions::NameTable::Get(std::string_view name) {
   return entry;
 }
 
-Suggestions::NameEntry& Suggestions::NameTable::Slot(std::vector<NameEntry>& entries, std::string_view name) {
+Suggestions::NameEntry& Suggestions::NameTable::Probe(std::vector<NameEntry>& entries, std::string_view name) {
   const std::size_t mask = entries.size() - 1;
   std::size_t index = std::hash<std::string_view>()(name) & mask;
   while (entries[index].flags != 0 && entries[index].name != name) index = (index + 1) & mask;

@@ -55,17 +55,16 @@ class NUVIK_EXPORT Suggestions {
   // With `stable`, the previous row (the last one this object made, cut to
   // request.count slots; a shorter one leaves the slots after it free) is the
   // starting point. Its applications that are still candidates keep their
-  // slots; the others' slots are free, as is the slot of a name the row
-  // already holds. Then the first request.count candidates that are not in
-  // the previous row, the newcomers, come in, best first: each takes the
-  // first free slot, or, when none is left, the slot of the kept application
-  // ranked last, provided that it ranks at least kStableMargin places below
-  // the newcomer; the first newcomer that cannot come in ends the process.
-  // Free slots left (too few candidates) close up. So the row holds as many
-  // applications as without `stable`, and an application of the previous
-  // row that is still a candidate stays in it, in its slot when the row is
-  // full, unless a newcomer of the default row outranks it by kStableMargin
-  // places.
+  // slots; the others' slots are free, as are those of a name's repeats.
+  // Then the first request.count candidates that are not in the previous
+  // row, the newcomers, come in, best first: each takes the first free slot,
+  // or, when none is left, the slot of the kept application ranked last,
+  // provided that it ranks at least kStableMargin places below the newcomer;
+  // the first newcomer that cannot come in ends the process. Free slots left
+  // (too few candidates) close up. So the row holds as many applications as
+  // without `stable`, and an application of the previous row that is still a
+  // candidate stays in it, in its slot when the row is full, unless a
+  // newcomer of the default row outranks it by kStableMargin places.
   //
   // Either way the row becomes the previous row. The model is only read.
   std::vector<std::string> Row(const Nuvik& model, const std::tm& now, const RowRequest& request);
@@ -108,7 +107,8 @@ class NUVIK_EXPORT Suggestions {
     NameEntry& Get(std::string_view name);
 
    private:
-    NameEntry& Slot(std::vector<NameEntry>& entries, std::string_view name);
+    // Where `name` is in `entries`, or where it goes.
+    static NameEntry& Probe(std::vector<NameEntry>& entries, std::string_view name);
     std::vector<NameEntry> entries_;
     std::vector<NameEntry> spare_;
     std::size_t size_ = 0;
