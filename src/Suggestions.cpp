@@ -83,7 +83,7 @@ void Suggestions::NameTable::Reset(std::size_t names) {
 Suggestions::NameEntry& Suggestions::NameTable::Get(std::string_view name) {
   if (2 * (size_ + 1) > entries_.size()) {
     // At most half full: twice the size, and every entry moved.
-    spare_.assign(2 * entries_.size(), NameEntry{});
+    spare_.assign(std::max(2 * entries_.size(), kMinTableSize), NameEntry{});
     for (const NameEntry& entry : entries_) {
       if (entry.flags != 0) Probe(spare_, entry.name) = entry;
     }
