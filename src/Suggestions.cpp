@@ -1,7 +1,9 @@
 #include "nuvik/Suggestions.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <functional>
+#include <initializer_list>
 #include <istream>
 #include <iterator>
 #include <limits>
@@ -55,6 +57,7 @@ bool ReadNames(const Json::Value& list, std::vector<std::string>& names) {
 }
 
 bool ReadDocument(const std::string& text, std::vector<std::string>& dismissed, std::vector<std::string>& row) {
+  // One object and nothing after it: no comments, no repeated keys.
   Json::CharReaderBuilder builder;
   Json::CharReaderBuilder::strictMode(&builder.settings_);
   const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
@@ -65,10 +68,11 @@ bool ReadDocument(const std::string& text, std::vector<std::string>& dismissed, 
   } catch (const Json::Exception&) {  // nesting deeper than the reader's limit
     return false;
   }
-  if (!root.isObject()) return false;
-  const Json::Value& version = root["version"];
-  return version.isUInt64() && version.asUInt64() == kDocumentVersion && ReadNames(root["dismissed"], dismissed) &&
-         ReadNames(root["row"], row);
+  const Json::Value& document = root;
+  if (!document.isObject()) return false;
+  const Json::Value& version = document["version"];
+  return version.isUInt64() && version.asUInt64() == kDocumentVersion &&
+         ReadNames(document["dismissed"], dismissed) && ReadNames(document["row"], row);
 }
 
 }  // namespace
@@ -107,9 +111,10 @@ Suggestions::NameEntry& Suggestions::NameTable::Probe(std::vector<NameEntry>& en
 std::vector<std::string> Suggestions::Row(const Nuvik& model, const std::tm& now, const RowRequest& request) {
   std::vector<std::string> row;
   if (request.count != 0) {
-    // Enough for the row unless `installed` leaves out more, or a previous
-    // application ranks further down: the newcomers, the previous row and
-    // every name left out by the request, the dismissed list or emptiness.
+    // A prefix that settles the row unless `installed` leaves out more names
+    // or an application of the previous row ranks further down: room for the
+    // newcomers, the previous row and every name that exclusion, dismissal or
+    // emptiness leaves out.
     const std::size_t previous = request.stable ? std::min(previousRow_.size(), request.count) : 0;
     const std::size_t reach = SaturatingSum({request.count, previous, request.exclude.size(), dismissed_.size(), 1});
     const std::vector<std::string> prefix = model.GetNextAt(now, reach);
