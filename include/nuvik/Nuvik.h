@@ -122,7 +122,9 @@ class NUVIK_EXPORT Nuvik {
   //
   // These calls change nothing: every other answer, now and after any later
   // calls (lists, weights, metrics, saved documents), is the same to the bit
-  // as that of a facade never asked.
+  // as that of a facade never asked. Though const, they use the facade's
+  // scratch space: like every call, they must not run while another call on
+  // the same facade runs.
   std::vector<std::string> GetNextAt(const std::tm& time) const;
   // The first `count` applications of GetNextAt(time) (all of them when fewer
   // are known), without ordering the rest.
