@@ -332,7 +332,8 @@ std::vector<std::string> Nuvik::Names(std::vector<RankedApp>& list, std::size_t 
   if (count == list.size()) {
     std::sort(list.begin(), list.end(), higher);
   } else {
-    std::partial_sort(list.begin(), end, list.end(), higher);
+    std::nth_element(list.begin(), end, list.end(), higher);
+    std::sort(list.begin(), end, higher);
   }
   std::vector<std::string> names;
   names.reserve(count);
