@@ -62,7 +62,7 @@ public final class Nuvik implements AutoCloseable {
 
   private Nuvik(long address) {
     this.address = address;
-    this.handle = NativeReaper.track(this, address);
+    this.handle = NativeReaper.track(this, address, Nuvik::deleteNative);
   }
 
   /**
@@ -406,7 +406,7 @@ public final class Nuvik implements AutoCloseable {
     return values;
   }
 
-  static void deleteNative(long address) {
+  private static void deleteNative(long address) {
     nDelete(address);
   }
 
