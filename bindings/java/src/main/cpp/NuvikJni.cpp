@@ -4,6 +4,7 @@
 #include <jni.h>
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -95,6 +96,17 @@ jobjectArray Next(JNIEnv* env, jclass, jlong handle) {
   return Guard(env, [&] { return ToJava(env, FromHandle<Nuvik>(handle).GetNext()); });
 }
 
+jobjectArray NextAt(JNIEnv* env, jclass, jlong handle, jint hour, jint minute) {
+  return Guard(env, [&] { return ToJava(env, FromHandle<Nuvik>(handle).GetNextAt(At(hour, minute))); });
+}
+
+// `count` is not negative: the Java class checks it.
+jobjectArray NextAtFirst(JNIEnv* env, jclass, jlong handle, jint hour, jint minute, jint count) {
+  return Guard(env, [&] {
+    return ToJava(env, FromHandle<Nuvik>(handle).GetNextAt(At(hour, minute), static_cast<std::size_t>(count)));
+  });
+}
+
 jobjectArray Soon(JNIEnv* env, jclass, jlong handle) {
   return Guard(env, [&] { return ToJava(env, FromHandle<Nuvik>(handle).GetSoon()); });
 }
@@ -113,6 +125,12 @@ jdouble WeightDet(JNIEnv* env, jclass, jlong handle, jstring app) {
 
 jdoubleArray Weights(JNIEnv* env, jclass, jlong handle, jobjectArray apps) {
   return Guard(env, [&] { return ToJava(env, FromHandle<Nuvik>(handle).GetWeights(ToUtf8(env, apps))); });
+}
+
+jdoubleArray WeightsAt(JNIEnv* env, jclass, jlong handle, jint hour, jint minute, jobjectArray apps) {
+  return Guard(env, [&] {
+    return ToJava(env, FromHandle<Nuvik>(handle).GetWeightsAt(At(hour, minute), ToUtf8(env, apps)));
+  });
 }
 
 // {String[] names, double[] weights}, both in the C++ map's order.
@@ -205,11 +223,14 @@ const JNINativeMethod kMethods[] = {
     NUVIK_NATIVE(UpdateTagged, "(JLjava/lang/String;IILjava/lang/String;)V"),
     NUVIK_NATIVE(Clear, "(J)V"),
     NUVIK_NATIVE(Next, "(J)[Ljava/lang/String;"),
+    NUVIK_NATIVE(NextAt, "(JII)[Ljava/lang/String;"),
+    NUVIK_NATIVE(NextAtFirst, "(JIII)[Ljava/lang/String;"),
     NUVIK_NATIVE(Soon, "(J)[Ljava/lang/String;"),
     NUVIK_NATIVE(Kill, "(J)[Ljava/lang/String;"),
     NUVIK_NATIVE(Weight, "(JLjava/lang/String;)D"),
     NUVIK_NATIVE(WeightDet, "(JLjava/lang/String;)D"),
     NUVIK_NATIVE(Weights, "(J[Ljava/lang/String;)[D"),
+    NUVIK_NATIVE(WeightsAt, "(JII[Ljava/lang/String;)[D"),
     NUVIK_NATIVE(AllWeights, "(J)[Ljava/lang/Object;"),
     NUVIK_NATIVE(SoonWeight, "(J[D)D"),
     NUVIK_NATIVE(SetAppsPriority, "(J[Ljava/lang/String;[I)V"),

@@ -120,6 +120,57 @@ public final class Nuvik implements AutoCloseable {
     }
   }
 
+  /**
+   * The ranking for now, for a launcher drawing its suggestions between two launches: every known application, best
+   * first, ranked at {@code hour:minute} from everything learned so far. {@link #next()} is one launch behind; this
+   * is exactly the list that it will answer after the next accepted {@link #update(String, int, int)} at that time
+   * (same scores, priorities and ties), as long as nothing else changes the facade in between. Hour and minute are
+   * passed on as they are, as {@code update} passes them.
+   *
+   * <p>Changes nothing: every other answer, now and after any later call (lists, weights, metrics, saved documents),
+   * is the same as that of a facade never asked. Unmodifiable.
+   */
+  public List<String> nextAt(int hour, int minute) {
+    synchronized (lock) {
+      try {
+        return Collections.unmodifiableList(Arrays.asList(nNextAt(open(), hour, minute)));
+      } finally {
+        Reference.reachabilityFence(this);
+      }
+    }
+  }
+
+  /**
+   * The first {@code count} applications of {@link #nextAt(int, int)} (all of them when fewer are known), without
+   * ordering the rest; changes nothing. Unmodifiable.
+   *
+   * @throws IllegalArgumentException if {@code count} is negative
+   */
+  public List<String> nextAt(int hour, int minute, int count) {
+    if (count < 0) throw new IllegalArgumentException("count must not be negative: " + count);
+    synchronized (lock) {
+      try {
+        return Collections.unmodifiableList(Arrays.asList(nNextAtFirst(open(), hour, minute, count)));
+      } finally {
+        Reference.reachabilityFence(this);
+      }
+    }
+  }
+
+  /** {@link #nextAt(int, int)} at {@code time}'s hour and minute; changes nothing. */
+  public List<String> nextAt(LocalTime time) {
+    return nextAt(time.getHour(), time.getMinute());
+  }
+
+  /**
+   * {@link #nextAt(int, int, int)} at {@code time}'s hour and minute; changes nothing.
+   *
+   * @throws IllegalArgumentException if {@code count} is negative
+   */
+  public List<String> nextAt(LocalTime time, int count) {
+    return nextAt(time.getHour(), time.getMinute(), count);
+  }
+
   /** Always empty in this version of the library. */
   public List<String> soon() {
     synchronized (lock) {
@@ -176,6 +227,28 @@ public final class Nuvik implements AutoCloseable {
         Reference.reachabilityFence(this);
       }
     }
+  }
+
+  /**
+   * What {@link #weights(List)} will answer after the next accepted {@link #update(String, int, int)} at
+   * {@code hour:minute}: for each application, in order, its combined score at that time if it is known, else its
+   * weight from the last preparation, else 0.0. Hour and minute are passed on as they are. Changes nothing, as
+   * {@link #nextAt(int, int)}.
+   */
+  public double[] weightsAt(int hour, int minute, List<String> apps) {
+    String[] names = nonNullElements(apps.toArray(new String[0]), "app");
+    synchronized (lock) {
+      try {
+        return nWeightsAt(open(), hour, minute, names);
+      } finally {
+        Reference.reachabilityFence(this);
+      }
+    }
+  }
+
+  /** {@link #weightsAt(int, int, List)} at {@code time}'s hour and minute; changes nothing. */
+  public double[] weightsAt(LocalTime time, List<String> apps) {
+    return weightsAt(time.getHour(), time.getMinute(), apps);
   }
 
   /**
@@ -431,11 +504,14 @@ public final class Nuvik implements AutoCloseable {
   private static native void nUpdateTagged(long address, String app, int hour, int minute, String tag);
   private static native void nClear(long address);
   private static native String[] nNext(long address);
+  private static native String[] nNextAt(long address, int hour, int minute);
+  private static native String[] nNextAtFirst(long address, int hour, int minute, int count);
   private static native String[] nSoon(long address);
   private static native String[] nKill(long address);
   private static native double nWeight(long address, String app);
   private static native double nWeightDet(long address, String app);
   private static native double[] nWeights(long address, String[] apps);
+  private static native double[] nWeightsAt(long address, int hour, int minute, String[] apps);
   private static native Object[] nAllWeights(long address);
   private static native double nSoonWeight(long address, double[] scores);
   private static native void nSetAppsPriority(long address, String[] apps, int[] priorities);
