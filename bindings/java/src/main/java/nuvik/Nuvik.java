@@ -12,6 +12,7 @@ import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
 import java.util.Objects;
+import java.util.function.LongFunction;
 
 /**
  * On-device prediction of the next application launch: the Java face of the C++ facade {@code NuvikPrediction::Nuvik}
@@ -472,6 +473,20 @@ public final class Nuvik implements AutoCloseable {
   private long open() {
     if (address == 0) throw new IllegalStateException("Nuvik is closed");
     return address;
+  }
+
+  /**
+   * Runs {@code call} on the native facade, holding this instance's lock and keeping it reachable until it returns:
+   * how {@link Suggestions} reads the facade.
+   */
+  <T> T withFacade(LongFunction<T> call) {
+    synchronized (lock) {
+      try {
+        return call.apply(open());
+      } finally {
+        Reference.reachabilityFence(this);
+      }
+    }
   }
 
   private static String[] nonNullElements(String[] values, String what) {
