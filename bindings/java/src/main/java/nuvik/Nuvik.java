@@ -19,7 +19,8 @@ import java.util.function.LongFunction;
  * in {@code libnuvik.so}, through {@code libnuvik_jni.so}.
  *
  * <p>Feed it every launch with {@link #update(String, int, int)}; ask it at any moment for the ranked list of likely
- * next applications ({@link #next()}), per-application scores and the running quality metrics of its own ranking.
+ * next applications ({@link #next()}, or {@link #nextAt(int, int)} for now), per-application scores and the running
+ * quality metrics of its own ranking. {@link Suggestions} turns the ranking into a launcher's row.
  * Predictor type names: {@code stat_counter} (the default), {@code linear}, {@code double_linear},
  * {@code markov_chain3_invalidate}, {@code knn_regression}; an unknown name builds a {@code stat_counter}.
  *

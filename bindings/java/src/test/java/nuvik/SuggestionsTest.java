@@ -31,7 +31,6 @@ class SuggestionsTest {
       RowRequest stable = RowRequest.builder().count(3).stable(true).build();
       // d ranks STABLE_MARGIN places above c, the lowest kept application, and takes its slot; e ranks only two
       // places above b, which ends the newcomers.
-      assertEquals(3, Suggestions.STABLE_MARGIN);
       assertEquals(List.of("a", "b", "d"), suggestions.row(List.of("d", "e", "a", "b", "c"), stable));
       // b is no longer a candidate: its slot goes to the first newcomer.
       assertEquals(List.of("a", "x", "d"), suggestions.row(List.of("d", "e", "a", "b", "c"),
