@@ -50,19 +50,22 @@ public final class Suggestions implements AutoCloseable {
 
   /**
    * The row for {@code hour:minute}. The ranking is {@code model.nextAt(hour, minute)} followed by the request's
-   * fallback, and its eligible applications (see {@link RowRequest}), in that order, are the candidates. Without
-   * {@link RowRequest#stable()}, the row is the first {@link RowRequest#count()} candidates; it is shorter only when
-   * fewer applications are eligible.
+   * fallback, and its eligible applications (see {@link RowRequest}), in that order, are the candidates; an
+   * application's rank is its position among them. Without {@link RowRequest#stable()}, the row is the first
+   * {@link RowRequest#count()} candidates; it is shorter only when there are fewer candidates.
    *
-   * <p>With {@code stable}, the previous row (the last one this instance made) is the starting point. Its applications
-   * that are still candidates keep their slots; the others' slots are free. Then the first {@code count} candidates
-   * that are not in the previous row, the newcomers, come in, best first: each takes the first free slot, or, when
-   * none is left, the slot of the kept application with the lowest rank, provided that it ranks at least
-   * {@link #STABLE_MARGIN} places below the newcomer (ranks count candidates); the first newcomer that cannot come in
-   * ends the process. Free slots left (too few candidates) close up.
+   * <p>With {@code stable}, the previous row (the last one this instance made, cut to {@code count} slots; a shorter
+   * one leaves the slots after it free) is the starting point. Its applications that are still candidates keep their
+   * slots; the others' slots are free, as are those of a name's repeats. Then the first {@code count} candidates that
+   * are not in the previous row, the newcomers, come in, best first: each takes the first free slot, or, when none is
+   * left, the slot of the kept application ranked last, provided that it ranks at least {@link #STABLE_MARGIN} places
+   * below the newcomer; the first newcomer that cannot come in ends the process. Free slots left (too few candidates)
+   * close up. So the row holds as many applications as without {@code stable}, and an application of the previous
+   * row that is still a candidate stays in it, in its slot when the row is full, unless a newcomer of the default row
+   * outranks it by {@link #STABLE_MARGIN} places.
    *
-   * <p>Either way the row becomes the previous row. Hour and minute are passed on as they are, as
-   * {@link Nuvik#update(String, int, int)} passes them. Unmodifiable.
+   * <p>Either way the row becomes the previous row; the facade is only read. Hour and minute are passed on as they
+   * are, as {@link Nuvik#update(String, int, int)} passes them. Unmodifiable.
    */
   public List<String> row(Nuvik model, int hour, int minute, RowRequest request) {
     Objects.requireNonNull(model, "model");
@@ -162,7 +165,8 @@ public final class Suggestions implements AutoCloseable {
    * Replaces the dismissed applications and the previous row by those of a document written by {@link #save()}.
    * All or nothing.
    *
-   * @throws NuvikFormatException if the document is rejected; nothing has changed then
+   * @throws NuvikFormatException if the document is rejected (not such a document, or of another version); nothing
+   *     has changed then
    */
   public void load(byte[] document) throws NuvikFormatException {
     Objects.requireNonNull(document, "document");
