@@ -260,6 +260,36 @@ TEST(BaselineTest, ProfilesHitsByLaunchIndexHourAndDay) {
             (Counts{{45, 45}, {150, 150}, {800, 800}, {10, 10}}));
 }
 
+TEST(ReplayRowTest, ScoresTheRowBesideTheDockOnAHandCheckedLog) {
+  std::string text = "timestamp,app\n";
+  for (const char app : std::string("abacabda")) text += "2024-03-04 08:00," + std::string(1, app) + "\n";
+  const LaunchLog log = ParseLaunchLog(text, "hand", {});
+  // Rows of two beside a dock of two; launches 6 to 8 (b, d, a) are scored.
+  // The dock, the most launched apps: [a c], [a b], [a b]. The lists:
+  // stat_counter's (ties: greater name first) and MFU's [a c b], [a b c],
+  // [a b d c]; MRU's [a c b], [b a c], [d b a c]; the lagging run's, those of
+  // stat_counter one launch behind, [a c b], [a c b], [a b c]. So the rows
+  // are [b], [c], [d c] (MRU, stat_counter, MFU) or [b], [c], [c] (lagging):
+  // b is in the row, a in the dock, d in neither; churn 1 + 2 or 1 + 0. A
+  // stable row keeps c in place at launch 8: [c d], churn 1 + 1.
+  using Row = std::tuple<double, double, double, std::uint64_t>;  // row hits, dock or row hits, churn, churn count
+  const auto rowsOf = [&log](bool stable) {
+    ReplayOptions options;
+    options.lagging = true;
+    options.rowSize = 2;
+    options.dockSize = 2;
+    options.stableRow = stable;
+    std::vector<Row> rows;
+    for (const RunTotals& run : TotalsOf(Replay(log, {ParseEnsemble("stat_counter")}, options))) {
+      const Totals& t = run.total;
+      rows.emplace_back(t.sumRowHit, t.sumDockOrRowHit, t.sumChurn, t.churnCount);
+    }
+    return rows;
+  };
+  EXPECT_EQ(rowsOf(false), (std::vector<Row>{{1, 2, 3, 2}, {1, 2, 1, 2}, {1, 2, 3, 2}, {1, 2, 3, 2}}));
+  EXPECT_EQ(rowsOf(true), (std::vector<Row>{{1, 2, 2, 2}, {1, 2, 1, 2}, {1, 2, 2, 2}, {1, 2, 2, 2}}));
+}
+
 TEST(ReplayProfileTest, EveryRunsProfileAddsUpToItsTotalsOnTheSampleLog) {
   const LaunchLog log = ReadLaunchLog(NUVIK_SAMPLE_LOG, {});
   std::vector<Ensemble> ensembles;
@@ -419,6 +449,7 @@ TEST_F(ReplayTest, TracesEachLaunchWithTheTopOfItsList) {
 TEST_F(ReplayTest, ReportsMistakesWithAReasonAndAnExitStatus) {
   EXPECT_EQ(Run("--bogus").status, 2);
   EXPECT_EQ(Run("--compare stat_counter,lineal").status, 2);
+  EXPECT_EQ(Run("--stable").status, 2);  // needs --row
   const std::string misplaced = Run("--compare stat_counter " + kSample).errors;
   EXPECT_EQ(misplaced.rfind("nuvik-replay: '" NUVIK_SAMPLE_LOG "' is no ensemble: put the log before", 0), 0u);
   EXPECT_EQ(Run(directory_ + "/missing.csv").errors,

@@ -14,6 +14,7 @@
 #include "replay/Documents.h"
 #include "replay/Errors.h"
 #include "replay/LocalTime.h"
+#include "replay/RowTally.h"
 #include "replay/ScoreTally.h"
 
 namespace NuvikReplay {
@@ -96,16 +97,23 @@ class UserAppIds {
 // or the lists a facade showed one launch behind.
 class ListRun {
  public:
-  ListRun(const UserLog& user, UserResult& result, const ReplayOptions& options)
+  ListRun(const LaunchLog& log, const UserLog& user, UserResult& result, const ReplayOptions& options)
       : user_(user), result_(result), tally_(user, result.totals, result.profile), keepScores_(options.keepScores) {
+    if (options.rowSize != 0) rows_.emplace(log, options.rowSize, options.dockSize, options.stableRow);
     if (keepScores_) result_.scores.reserve(user.launches.size());
   }
+
+  bool showsRow() const { return rows_.has_value(); }
+
+  // Before an accepted launch: the row made from `ranking`, best first.
+  void ShowRow(const std::vector<std::string>& ranking) { rows_->Show(ranking); }
 
   // The user's launch `index` (from 0), accepted and ranked in `list`, or skipped.
   void Score(std::size_t index, const std::vector<AppId>& list) {
     const Launch& launch = user_.launches[index];
     const LaunchScore score = metrics_.Add(list, launch.app);
     if (score.scored) tally_.Add(index + 1, launch.time, score.rank, score.averagePrecision);
+    if (rows_) rows_->Launch(launch.app, score.scored, result_.totals);
     if (keepScores_) result_.scores.push_back(score);
   }
   void Skip() {
@@ -125,6 +133,7 @@ class ListRun {
   UserResult& result_;
   RankingMetrics metrics_;
   ScoreTally tally_;
+  std::optional<RowTally> rows_;
   bool keepScores_;
 };
 
@@ -144,11 +153,13 @@ UserResult ReplayUser(const LaunchLog& log, const UserLog& user, const Ensemble&
     }
   }
   ScoreTally tally(user, result.totals, result.profile);
+  std::optional<RowTally> rows;
+  if (options.rowSize != 0) rows.emplace(log, options.rowSize, options.dockSize, options.stableRow);
   std::optional<ListRun> behind;
   std::optional<UserAppIds> ids;
   if (lagging != nullptr) {
     *lagging = UserResult();
-    behind.emplace(user, *lagging, options);
+    behind.emplace(log, user, *lagging, options);
     ids.emplace(log, user);
   }
   ProgressReporter progress(options.progress);
@@ -163,6 +174,8 @@ UserResult ReplayUser(const LaunchLog& log, const UserLog& user, const Ensemble&
     const std::uint64_t countBefore = nuvik.GetCountMetrics();
     const double mapBefore = nuvik.GetSumMap();
     const std::tm time = ToTm(launch.time);
+    if (!skipped && rows) rows->Show(nuvik, time);
+    if (!skipped && behind && behind->showsRow()) behind->ShowRow(shown);
 
     const Clock::time_point start = Clock::now();
     nuvik.Update(app, time);
@@ -176,6 +189,7 @@ UserResult ReplayUser(const LaunchLog& log, const UserLog& user, const Ensemble&
       std::vector<std::string> next = nuvik.GetNext();
       score = {nuvik.GetCountMetrics() != countBefore, RankAtFive(next, app), nuvik.GetSumMap() - mapBefore};
       if (score.scored) tally.Add(i + 1, launch.time, score.rank, score.averagePrecision);
+      if (rows) rows->Launch(launch.app, score.scored, result.totals);
       if (behind) behind->Score(i, ids->Of(shown));
       shown = std::move(next);
     }
@@ -212,7 +226,8 @@ UserResult ReplayUser(const LaunchLog& log, const UserLog& user, const Ensemble&
 UserResult ReplayBaseline(const LaunchLog& log, const UserLog& user, Baseline baseline, const ReplayOptions& options) {
   BaselineRanker ranker(baseline);
   UserResult result;
-  ListRun run(user, result, options);
+  ListRun run(log, user, result, options);
+  std::vector<std::string> names;
   ProgressReporter progress(options.progress);
   Clock::duration busy{};
   std::optional<AppId> lastApp;
@@ -224,6 +239,11 @@ UserResult ReplayBaseline(const LaunchLog& log, const UserLog& user, Baseline ba
       const Clock::time_point start = Clock::now();
       const std::vector<AppId>& ranking = ranker.Ranking();
       busy += Clock::now() - start;
+      if (run.showsRow()) {
+        names.clear();
+        for (const AppId ranked : ranking) names.push_back(log.apps[ranked]);
+        run.ShowRow(names);
+      }
       run.Score(i, ranking);
       const Clock::time_point learning = Clock::now();
       ranker.Learn(app);

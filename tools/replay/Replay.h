@@ -40,7 +40,14 @@ struct ReplayOptions {
   bool skipRepeats = false;
   double killThreshold = 0.05;
   unsigned jobs = 1;  // replays running at once; each facade stays on one thread
-  bool lagging = false;      // after each ensemble's run, one of the lists GetNext() showed before each launch
+  bool lagging = false;  // after each ensemble's run, one of the lists GetNext() showed before each launch
+  // With a row size, every run also scores the suggestion row a launcher
+  // would show before each accepted launch (see RowTally), made by one
+  // Suggestions object per user and run from the run's own ranking, beside a
+  // dock of the user's dockSize most launched applications.
+  std::size_t rowSize = 0;
+  std::size_t dockSize = 0;
+  bool stableRow = false;  // keep the previous row's applications in place
   bool keepScores = false;
   bool keepDocuments = false;
   std::string loadTarget;                          // documents to start from (see DocumentPath); empty: fresh facades
@@ -57,9 +64,10 @@ std::vector<RunResult> Replay(const LaunchLog& log, const std::vector<Ensemble>&
 
 // One user of the log through a fresh facade of `ensemble`. Each accepted
 // launch is scored on the list ranked for it, which GetNext() answers right
-// after the launch is learned. With `lagging`, the same replay also fills
-// the lagging run: each launch scored on the list GetNext() showed before
-// it, by RankingMetrics.
+// after the launch is learned; its row is ranked at the launch's time, before
+// it. With `lagging`, the same replay also fills the lagging run: each launch
+// scored, by RankingMetrics, on the list GetNext() showed before it, its row
+// made from that list. The rows stay out of the time measured.
 UserResult ReplayUser(const LaunchLog& log, const UserLog& user, const Ensemble& ensemble,
                       const ReplayOptions& options, UserResult* lagging = nullptr);
 

@@ -52,6 +52,12 @@ Metrics (summed over users)
   1/log2(rank + 1), where the launch ranks among the first five, else 0.
   With --lagging, after each ensemble a run '<ensemble> (lagging)' scores the
   list GetNext() showed before each launch, ranked one launch behind.
+  With --row K, before each launch every run shows the row of K apps a
+  launcher would: its ranking (an ensemble's at the launch's time) without the
+  dock, the user's N most launched apps so far (--dock N). row hit: share of
+  scored launches found in the row; dock|row: in the dock or the row; churn:
+  positions at which the row differs from the one before the previous launch,
+  per scored launch from the second on.
   Baselines, with the same definitions: most recently used first; most
   frequently used first, ties broken by the more recent last launch.
   µs/launch: time spent learning and ranking, per launch.
@@ -75,6 +81,9 @@ struct Options {
   std::string plot;
   unsigned jobs = 1;
   bool lagging = false;
+  std::size_t row = 0;
+  std::size_t dock = 0;
+  bool stable = false;
 };
 
 std::vector<Ensemble> Ensembles(const Options& options) {
@@ -132,6 +141,9 @@ int Run(const Options& options) {
   replay.killThreshold = options.killThreshold;
   replay.jobs = options.jobs;
   replay.lagging = options.lagging;
+  replay.rowSize = options.row;
+  replay.dockSize = options.dock;
+  replay.stableRow = options.stable;
   replay.keepScores = !options.plot.empty();
   replay.keepDocuments = !options.save.empty();
   replay.loadTarget = options.load;
@@ -151,6 +163,7 @@ int Run(const Options& options) {
 
   ReportOptions report;
   report.perUser = options.perUser;
+  report.row = options.row != 0;
   if (options.format == "json") {
     PrintJson(std::cout, log, runs, report);
   } else {
@@ -196,6 +209,11 @@ int main(int argc, char** argv) {
   app.add_option("--utc-offset", options.utcOffset, "Local time offset for epoch timestamps, e.g. +02:00");
   app.add_flag("--skip-bad-rows", options.skipBadRows, "Count and skip malformed rows instead of stopping");
   app.add_flag("--lagging", options.lagging, "After each ensemble, score the list GetNext() showed before each launch");
+  CLI::Option* row = app.add_option("--row", options.row, "Score the row of K suggestions a launcher would show")
+                         ->check(CLI::PositiveNumber);
+  app.add_option("--dock", options.dock, "With --row: leave the user's N most launched apps to a dock beside it")
+      ->needs(row);
+  app.add_flag("--stable", options.stable, "With --row: keep the previous row's apps in place")->needs(row);
   app.add_flag("--per-user", options.perUser, "Add a table per user");
   app.add_option("--format", options.format, "Output format")
       ->check(CLI::IsMember({"table", "json"}))

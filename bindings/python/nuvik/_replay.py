@@ -67,20 +67,24 @@ def engine_runs(result):
 
 
 def replay(frame, ensembles, *, skip_repeats=False, kill_threshold=0.05, utc_offset=None, per_user=False,
-           skip_bad_rows=False, lagging=False):
+           skip_bad_rows=False, lagging=False, row=None, dock=0, stable=False):
     """Replays a launch log held in a pandas DataFrame, as nuvik-replay does.
 
     frame: columns 'timestamp' ("YYYY-MM-DD HH:MM[:SS]" local time, datetimes, or epoch seconds with
     utc_offset such as "+02:00"), 'app' and optionally 'user' (one facade per user); each user's rows in
     time order. ensembles: nuvik-replay's notation, e.g. ["stat_counter", "knn_regression:5,linear"].
     lagging: after each ensemble, a run "<ensemble> (lagging)" scoring the list the facade showed before each
-    launch (nuvik-replay --lagging).
+    launch (nuvik-replay --lagging). row: the size of the suggestion row every run shows before each launch,
+    beside a dock of the user's `dock` most launched apps, kept in place with `stable` (nuvik-replay --row,
+    --dock, --stable).
     Returns one row per run, the two baselines last (with per_user: per run and user, users in order of
     first appearance) with the columns ensemble, [user,] users, launches, scored, apps, sum_map, sum_recall,
     sum_hit1, sum_hit3, sum_hit5, sum_mrr5, sum_ndcg5, map, recall_at_5, hit_at_1, hit_at_3, hit_at_5,
-    mrr_at_5, ndcg_at_5, us_per_launch. A bad row raises ValueError with nuvik-replay's message, numbered as
-    the line of frame.to_csv(index=False); skip_bad_rows drops such rows instead.
+    mrr_at_5, ndcg_at_5, us_per_launch; with a row also sum_row_hit, sum_dock_or_row_hit, sum_churn,
+    churn_count, row_hit, dock_or_row_hit, churn. A bad row raises ValueError with nuvik-replay's message,
+    numbered as the line of frame.to_csv(index=False); skip_bad_rows drops such rows instead.
     """
     result = _nuvik.replay_text(log_text(frame), FRAME_SOURCE, ensemble_list(ensembles), skip_repeats,
-                                kill_threshold, utc_offset, skip_bad_rows, lagging=lagging)
-    return result_frame(engine_runs(result), result["users"], per_user)
+                                kill_threshold, utc_offset, skip_bad_rows, lagging=lagging, row=row, dock=dock,
+                                stable=stable)
+    return result_frame(engine_runs(result), result["users"], per_user, row is not None)

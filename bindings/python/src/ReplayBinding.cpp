@@ -62,11 +62,18 @@ ReadOptions Reading(const std::optional<std::string>& utcOffset, bool skipBadRow
   return options;
 }
 
-ReplayOptions Replaying(bool skipRepeats, double killThreshold, bool lagging) {
+// row: the suggestion row's size, none for no row.
+ReplayOptions Replaying(bool skipRepeats, double killThreshold, bool lagging, std::optional<std::size_t> row,
+                        std::size_t dock, bool stable) {
+  if (row == std::size_t{0}) throw py::value_error("row must be at least 1");
+  if (!row && (dock != 0 || stable)) throw py::value_error("dock and stable need a row");
   ReplayOptions options;
   options.skipRepeats = skipRepeats;
   options.killThreshold = killThreshold;
   options.lagging = lagging;
+  options.rowSize = row.value_or(0);
+  options.dockSize = dock;
+  options.stableRow = stable;
   return options;
 }
 
@@ -118,7 +125,7 @@ py::dict ToDict(const RunProfile& profile) {
 std::vector<HitCount> CountsFrom(const py::handle list, const char* key, std::size_t size) {
   std::vector<HitCount> counts;
   for (const py::handle entry : list) {
-    const py::tuple count = entry.cast<py::tuple>();
+    const py::sequence count = entry.cast<py::sequence>();
     if (count.size() != 2) throw py::value_error(std::string("a profile's ") + key + " holds (scored, hits) pairs");
     counts.push_back({count[0].cast<std::uint64_t>(), count[1].cast<std::uint64_t>()});
   }
@@ -138,7 +145,7 @@ RunProfile ProfileFrom(const py::handle value) {
   profile.byDay = CountsFrom(dict["by_day"], "by_day", 0);
   profile.firstDate = dict["first_date"].cast<std::int64_t>();
   for (const py::handle entry : dict["by_date"]) {
-    const py::tuple sums = entry.cast<py::tuple>();
+    const py::sequence sums = entry.cast<py::sequence>();
     if (sums.size() != 3) throw py::value_error("a profile's by_date holds (scored, sum_map, sum_recall) triples");
     profile.byDate.push_back({sums[0].cast<std::uint64_t>(), sums[1].cast<double>(), sums[2].cast<double>()});
   }
@@ -186,9 +193,10 @@ LaunchLog ParseText(const py::handle text, const std::string& source, const Read
 
 py::dict ReplayText(const py::handle text, const std::string& source, const py::iterable& ensembleTexts,
                     bool skipRepeats, double killThreshold, const std::optional<std::string>& utcOffset,
-                    bool skipBadRows, bool lagging) {
+                    bool skipBadRows, bool lagging, std::optional<std::size_t> row, std::size_t dock,
+                    bool stable) {
   const std::vector<Ensemble> ensembles = Ensembles(ensembleTexts);
-  const ReplayOptions replaying = Replaying(skipRepeats, killThreshold, lagging);
+  const ReplayOptions replaying = Replaying(skipRepeats, killThreshold, lagging, row, dock, stable);
   const LaunchLog log = ParseText(text, source, Reading(utcOffset, skipBadRows));
   return ReplayLog(log, ensembles, replaying);
 }
@@ -294,9 +302,10 @@ UsersLog ReadUsers(const std::vector<std::string>& paths, const std::vector<std:
 
 py::dict ReplayFiles(const std::vector<std::string>& paths, const std::vector<std::string>& userNames,
                      const py::iterable& ensembleTexts, bool skipRepeats, double killThreshold,
-                     const std::optional<std::string>& utcOffset, bool skipBadRows, bool lagging) {
+                     const std::optional<std::string>& utcOffset, bool skipBadRows, bool lagging,
+                     std::optional<std::size_t> row, std::size_t dock, bool stable) {
   const std::vector<Ensemble> ensembles = Ensembles(ensembleTexts);
-  const ReplayOptions replaying = Replaying(skipRepeats, killThreshold, lagging);
+  const ReplayOptions replaying = Replaying(skipRepeats, killThreshold, lagging, row, dock, stable);
   const ReadOptions reading = Reading(utcOffset, skipBadRows);
   UsersLog users;
   std::vector<RunResult> runs;
@@ -319,9 +328,10 @@ py::dict ReplayFiles(const std::vector<std::string>& paths, const std::vector<st
 // Launches given as columns in log order, already checked.
 py::dict ReplayColumns(const Codes& users, const std::vector<std::string>& userNames, const Codes& apps,
                        const std::vector<std::string>& appNames, const Codes& times, const py::iterable& ensembleTexts,
-                       bool skipRepeats, double killThreshold, bool lagging) {
+                       bool skipRepeats, double killThreshold, bool lagging, std::optional<std::size_t> row,
+                       std::size_t dock, bool stable) {
   const std::vector<Ensemble> ensembles = Ensembles(ensembleTexts);
-  const ReplayOptions replaying = Replaying(skipRepeats, killThreshold, lagging);
+  const ReplayOptions replaying = Replaying(skipRepeats, killThreshold, lagging, row, dock, stable);
   const auto user = users.unchecked<1>();
   const auto app = apps.unchecked<1>();
   const auto time = times.unchecked<1>();
@@ -369,17 +379,17 @@ std::vector<RunTotals> ToRunTotals(const py::iterable& runs) {
 
 void BindReplay(py::module_& module) {
   module.def("replay_text", &ReplayText, "text"_a, "source"_a, "ensembles"_a, "skip_repeats"_a, "kill_threshold"_a,
-             "utc_offset"_a, "skip_bad_rows"_a, "lagging"_a = false,
+             "utc_offset"_a, "skip_bad_rows"_a, "lagging"_a = false, "row"_a = py::none(), "dock"_a = 0, "stable"_a = false,
              "Parses a CSV or TSV log held in a str and replays it.");
   module.def("parse_columns", &ParseColumns, "text"_a, "source"_a, "utc_offset"_a, "skip_bad_rows"_a,
              "Parses a CSV or TSV log held in a str into columns grouped by user.");
   module.def("index_file", &IndexFile, "path"_a, "utc_offset"_a, "skip_bad_rows"_a,
              "Reads a log file's users and their launch counts, keeping no launch.");
   module.def("replay_files", &ReplayFiles, "paths"_a, "users"_a, "ensembles"_a, "skip_repeats"_a, "kill_threshold"_a,
-             "utc_offset"_a, "skip_bad_rows"_a, "lagging"_a = false,
+             "utc_offset"_a, "skip_bad_rows"_a, "lagging"_a = false, "row"_a = py::none(), "dock"_a = 0, "stable"_a = false,
              "Replays some users of log files read as one log, parsing and keeping only their rows.");
   module.def("replay_columns", &ReplayColumns, "user"_a, "user_names"_a, "app"_a, "app_names"_a, "time"_a,
-             "ensembles"_a, "skip_repeats"_a, "kill_threshold"_a, "lagging"_a = false,
+             "ensembles"_a, "skip_repeats"_a, "kill_threshold"_a, "lagging"_a = false, "row"_a = py::none(), "dock"_a = 0, "stable"_a = false,
              "Replays launches given as columns in log order.");
   module.def(
       "add_up",
@@ -400,11 +410,12 @@ void BindReplay(py::module_& module) {
   module.def(
       "report",
       [](const std::string& format, const std::string& source, std::size_t launches, std::size_t apps,
-         std::size_t badRows, std::vector<std::string> userNames, const py::iterable& runs, bool perUser) {
+         std::size_t badRows, std::vector<std::string> userNames, const py::iterable& runs, bool perUser, bool row) {
         const LogSummary log{source, launches, apps, badRows, std::move(userNames)};
         const std::vector<RunTotals> totals = ToRunTotals(runs);
         ReportOptions options;
         options.perUser = perUser;
+        options.row = row;
         std::ostringstream out;
         if (format == "json") {
           PrintJson(out, log, totals, options);
@@ -414,6 +425,7 @@ void BindReplay(py::module_& module) {
         return out.str();
       },
       "format"_a, "source"_a, "launches"_a, "apps"_a, "bad_rows"_a, "user_names"_a, "runs"_a, "per_user"_a,
+      "row"_a = false,
       "nuvik-replay's table or JSON from per-user totals.");
 }
 

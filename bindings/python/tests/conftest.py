@@ -60,6 +60,11 @@ def generate(path, users, first_user, seed, days=3):
                     "--days", str(days), "--output", str(path)], check=True, timeout=60)
 
 
+# A suggestion row of four beside a dock of two, kept in place.
+ROW = {"row": 4, "dock": 2, "stable": True}
+ROW_ARGUMENTS = ["--row", "4", "--dock", "2", "--stable"]
+
+
 @pytest.fixture(scope="session")
 def sample_json():
-    return replay_json(SAMPLE_LOG, "--compare", *ENSEMBLES, "--per-user")
+    return replay_json(SAMPLE_LOG, "--compare", *ENSEMBLES, "--per-user", *ROW_ARGUMENTS)

@@ -17,7 +17,7 @@ from distributed import Client, LocalCluster
 import nuvik
 import nuvik.fleet
 from nuvik import _nuvik
-from conftest import ENSEMBLES, REPLAY, SAMPLE_LOG, frame_rows, generate, replay_json, tool_error
+from conftest import ENSEMBLES, REPLAY, ROW_ARGUMENTS, SAMPLE_LOG, frame_rows, generate, replay_json, tool_error
 
 TWO = ["markov_chain3_invalidate,double_linear", "stat_counter"]
 
@@ -48,7 +48,8 @@ def fleet(tmp_path_factory):
 
 
 def same(result, expected):
-    assert frame_rows(result) == frame_rows(expected)
+    row = "row_hit" in expected
+    assert frame_rows(result, row) == frame_rows(expected, row)
 
 
 def test_sample_log_and_dask_frames_equal_one_process(client):
@@ -58,8 +59,8 @@ def test_sample_log_and_dask_frames_equal_one_process(client):
         same(nuvik.fleet.replay(SAMPLE_LOG, ENSEMBLES, scheduler=client, per_user=per_user, tasks=3), expected)
     # Partitions cut through every user's stream; the shuffle puts each stream back together.
     split = dd.from_pandas(frame, npartitions=4)
-    same(nuvik.fleet.replay(split, ENSEMBLES, scheduler=client.scheduler.address, tasks=2, lagging=True),
-         nuvik.replay(frame, ENSEMBLES, lagging=True))
+    same(nuvik.fleet.replay(split, ENSEMBLES, scheduler=client.scheduler.address, tasks=2, lagging=True, row=3),
+         nuvik.replay(frame, ENSEMBLES, lagging=True, row=3))
 
 
 def test_generated_fleet_equals_one_process_and_the_tool(client, fleet):
@@ -146,7 +147,7 @@ def test_bad_rows_are_reported_not_lost(client, tmp_path):
 
 def test_command_on_a_local_cluster_prints_the_tools_json(sample_json):
     command = [sys.executable, "-m", "nuvik.fleet", SAMPLE_LOG, "--compare", *ENSEMBLES, "--per-user", "--format",
-               "json", "--workers", "2"]
+               "json", "--workers", "2", *ROW_ARGUMENTS]
     output = json.loads(subprocess.run(command, capture_output=True, check=True, timeout=120).stdout)
     expected = sample_json[0]
     for report in (output, expected):

@@ -49,51 +49,55 @@ class FleetResult:
         self.user_names = user_names
         # (label, baseline, apps, per-user totals in log order, profile added up over all users)
         self.runs = runs
+        self.row = False  # replayed with a suggestion row
         self.peak_memory = {}  # worker address: peak resident bytes, at the end of the run
         self.peak_task_launches = None  # most launches a replay task held at once (files only)
 
     def frame(self, per_user=False):
         """The same frame as nuvik.replay."""
-        return result_frame(self.runs, self.user_names, per_user)
+        return result_frame(self.runs, self.user_names, per_user, self.row)
 
     def report(self, format="table", per_user=False):
         """nuvik-replay's table ("table") or JSON ("json") as text."""
         return _nuvik.report(format, self.source, self.launches, self.apps, self.bad_rows, self.user_names,
-                             self.runs, per_user)
+                             self.runs, per_user, self.row)
 
 
 def replay(logs, ensembles, *, scheduler=None, workers=None, skip_repeats=False, kill_threshold=0.05,
-           utc_offset=None, per_user=False, skip_bad_rows=False, lagging=False, progress=False, tasks=None,
-           memory_limit=None):
+           utc_offset=None, per_user=False, skip_bad_rows=False, lagging=False, row=None, dock=0, stable=False,
+           progress=False, tasks=None, memory_limit=None):
     """nuvik.replay over a Dask cluster; returns the same frame.
 
     logs: file paths or globs ("logs/*.csv.gz": CSV or TSV, plain or gzip, as nuvik-replay reads them; together
     they are one log, in the order given, each glob's files sorted by name) or a Dask DataFrame with the columns
     of nuvik.replay. scheduler: None for a LocalCluster of `workers` processes (default: one per core), else an
     address or a distributed.Client. A bad row raises ValueError with nuvik-replay's message (for a Dask
-    DataFrame, lines count within each partition); skip_bad_rows drops such rows instead. lagging: as in
-    nuvik.replay. tasks: about how many replay tasks share the users (default: one per LAUNCHES_PER_TASK
+    DataFrame, lines count within each partition); skip_bad_rows drops such rows instead. lagging, row, dock,
+    stable: as in nuvik.replay. tasks: about how many replay tasks share the users (default: one per LAUNCHES_PER_TASK
     launches; a user is never split); progress: draw a progress bar on a terminal; memory_limit: of each local
     worker ("2GiB"), past which Dask spills a Dask DataFrame's waiting partitions to disk.
     """
     return run(logs, ensembles, scheduler=scheduler, workers=workers, skip_repeats=skip_repeats,
                kill_threshold=kill_threshold, utc_offset=utc_offset, skip_bad_rows=skip_bad_rows, lagging=lagging,
-               progress=progress, tasks=tasks, memory_limit=memory_limit).frame(per_user)
+               row=row, dock=dock, stable=stable, progress=progress, tasks=tasks,
+               memory_limit=memory_limit).frame(per_user)
 
 
 def run(logs, ensembles, *, scheduler=None, workers=None, skip_repeats=False, kill_threshold=0.05, utc_offset=None,
-        skip_bad_rows=False, lagging=False, progress=False, tasks=None, memory_limit=None):
+        skip_bad_rows=False, lagging=False, row=None, dock=0, stable=False, progress=False, tasks=None,
+        memory_limit=None):
     """Replays the logs on the cluster and returns the FleetResult; the arguments are those of replay."""
     ensembles = ensemble_list(ensembles)
-    # Checks the ensembles (ValueError) and names the runs before any task starts.
+    # Checks the ensembles and the row (ValueError) and names the runs before any task starts.
     empty = np.zeros(0, dtype=np.int64)
+    runs_of = dict(lagging=lagging, row=row, dock=dock, stable=stable)
     runs = [(run["label"], run["baseline"]) for run in
             _nuvik.replay_columns(empty, [], empty, [], empty, ensembles, skip_repeats, kill_threshold,
-                                  lagging=lagging)["runs"]]
+                                  **runs_of)["runs"]]
     frame = _dask_frame(logs)
     paths = None if frame is not None else _expand(logs)
     options = dict(skip_repeats=skip_repeats, kill_threshold=kill_threshold, utc_offset=utc_offset,
-                   skip_bad_rows=skip_bad_rows, lagging=lagging)
+                   skip_bad_rows=skip_bad_rows, runs_of=runs_of)
     with _connect(scheduler, workers, memory_limit) as client:
         if frame is not None:
             source = FRAME_SOURCE
@@ -104,6 +108,7 @@ def run(logs, ensembles, *, scheduler=None, workers=None, skip_repeats=False, ki
         results = _gather(futures, progress)
         peak = client.run(_peak_memory)
     result = _combine(source, runs, logs_read, results)
+    result.row = row is not None
     result.peak_memory = peak
     if frame is None:
         result.peak_task_launches = max(share["peak_launches"] for share in results)
@@ -157,10 +162,10 @@ def _index_file(path, utc_offset, skip_bad_rows):
         return {"error": str(error)}
 
 
-def _replay_users(paths, names, keys, ensembles, skip_repeats, kill_threshold, utc_offset, skip_bad_rows, lagging):
+def _replay_users(paths, names, keys, ensembles, skip_repeats, kill_threshold, utc_offset, skip_bad_rows, runs_of):
     """Replays a share of the users, reading only their rows of the files; keys: their places in the log."""
     result = _nuvik.replay_files(paths, names, ensembles, skip_repeats, kill_threshold, utc_offset, skip_bad_rows,
-                                 lagging=lagging)
+                                 **runs_of)
     return {
         "keys": list(keys),
         "users": result["users"],
@@ -190,7 +195,7 @@ def _submit_frame(client, frame, ensembles, tasks, **options):
     splits = client.map(_split, parsed, tasks=tasks)
     return logs_read, [client.submit(_replay_share, client.map(operator.itemgetter(t), splits), sources, ensembles,
                                      options["skip_repeats"], options["kill_threshold"], options["skip_bad_rows"],
-                                     options["lagging"])
+                                     options["runs_of"])
                        for t in range(tasks)]
 
 
@@ -275,7 +280,7 @@ def _local_time(seconds):
     return pd.Timestamp(int(seconds), unit="s").strftime("%Y-%m-%d %H:%M:%S")
 
 
-def _replay_share(pieces, sources, ensembles, skip_repeats, kill_threshold, skip_bad_rows, lagging):
+def _replay_share(pieces, sources, ensembles, skip_repeats, kill_threshold, skip_bad_rows, runs_of):
     """Replays every user of a share in log order; the results say where each user first appears."""
     share = pd.concat(pieces, ignore_index=True).sort_values(["part", "order"], kind="stable", ignore_index=True)
     # Each file is in time order per user; a user's rows must also not go back in time from one file to the next.
@@ -294,7 +299,7 @@ def _replay_share(pieces, sources, ensembles, skip_repeats, kill_threshold, skip
     users, user_names = pd.factorize(share["user"])
     apps, app_names = pd.factorize(share["app"])
     result = _nuvik.replay_columns(users, list(user_names), apps, list(app_names), share["time"].to_numpy(),
-                                   ensembles, skip_repeats, kill_threshold, lagging=lagging)
+                                   ensembles, skip_repeats, kill_threshold, **runs_of)
     first = np.unique(users, return_index=True)[1]  # codes number users in order of appearance
     return {
         "keys": list(zip(share["part"].to_numpy()[first].tolist(), share["order"].to_numpy()[first].tolist())),

@@ -35,11 +35,21 @@ def parse_arguments(argv):
     parser.add_argument("--skip-bad-rows", action="store_true", help="count and skip malformed rows")
     parser.add_argument("--lagging", action="store_true",
                         help="after each ensemble, score the list the facade showed before each launch")
+    parser.add_argument("--row", type=int, metavar="K", help="score the row of K suggestions a launcher would show")
+    parser.add_argument("--dock", type=int, default=0, metavar="N",
+                        help="with --row: leave the user's N most launched apps to a dock beside it")
+    parser.add_argument("--stable", action="store_true", help="with --row: keep the previous row's apps in place")
     parser.add_argument("--stats", action="store_true",
                         help="print launches per second and each worker's peak memory to standard error")
     arguments = parser.parse_args(argv)
     if arguments.workers is not None and arguments.workers < 1:
         parser.error("--workers must be at least 1")
+    if arguments.row is not None and arguments.row < 1:
+        parser.error("--row must be at least 1")
+    if arguments.dock < 0:
+        parser.error("--dock must be at least 0")
+    if arguments.row is None and (arguments.dock or arguments.stable):
+        parser.error("--dock and --stable need --row")
     return arguments
 
 
@@ -51,7 +61,8 @@ def main(argv=None):
                      workers=arguments.workers, memory_limit=arguments.memory_limit,
                      skip_repeats=arguments.skip_repeats,
                      kill_threshold=arguments.kill_threshold, utc_offset=arguments.utc_offset,
-                     skip_bad_rows=arguments.skip_bad_rows, lagging=arguments.lagging, progress=True)
+                     skip_bad_rows=arguments.skip_bad_rows, lagging=arguments.lagging, row=arguments.row,
+                     dock=arguments.dock, stable=arguments.stable, progress=True)
     except (ValueError, OSError) as error:
         print(f"{PROGRAM}: {error}", file=sys.stderr)
         return 1
