@@ -450,6 +450,7 @@ TEST_F(ReplayTest, ReportsMistakesWithAReasonAndAnExitStatus) {
   EXPECT_EQ(Run("--bogus").status, 2);
   EXPECT_EQ(Run("--compare stat_counter,lineal").status, 2);
   EXPECT_EQ(Run("--stable").status, 2);  // needs --row
+  EXPECT_EQ(Run("--row 2 --dock -1").errors.rfind("nuvik-replay: --dock: '-1' is not a count\n", 0), 0u);
   const std::string misplaced = Run("--compare stat_counter " + kSample).errors;
   EXPECT_EQ(misplaced.rfind("nuvik-replay: '" NUVIK_SAMPLE_LOG "' is no ensemble: put the log before", 0), 0u);
   EXPECT_EQ(Run(directory_ + "/missing.csv").errors,

@@ -108,7 +108,7 @@ class ListRun {
   // Before an accepted launch: the row made from `ranking`, best first.
   void ShowRow(const std::vector<std::string>& ranking) { rows_->Show(ranking); }
 
-  // The user's launch `index` (from 0), accepted and ranked in `list`, or skipped.
+  // The user's launch `index` (from 0), accepted, ranked in `list`.
   void Score(std::size_t index, const std::vector<AppId>& list) {
     const Launch& launch = user_.launches[index];
     const LaunchScore score = metrics_.Add(list, launch.app);
@@ -116,6 +116,7 @@ class ListRun {
     if (rows_) rows_->Launch(launch.app, score.scored, result_.totals);
     if (keepScores_) result_.scores.push_back(score);
   }
+  // A launch skipped as a repeat.
   void Skip() {
     if (keepScores_) result_.scores.emplace_back();
   }

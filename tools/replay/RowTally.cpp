@@ -33,7 +33,8 @@ RowTally::RowTally(const LaunchLog& log, std::size_t size, std::size_t dockSize,
 void RowTally::ExcludeDock() {
   const std::vector<AppId>& ranking = dock_.Ranking();
   request_.exclude.clear();
-  for (std::size_t i = 0; i < std::min(dockSize_, ranking.size()); ++i) request_.exclude.push_back(log_.apps[ranking[i]]);
+  const std::size_t size = std::min(dockSize_, ranking.size());
+  for (std::size_t i = 0; i < size; ++i) request_.exclude.push_back(log_.apps[ranking[i]]);
 }
 
 void RowTally::Show(const NuvikPrediction::Nuvik& nuvik, const std::tm& time) {

@@ -1,6 +1,8 @@
 // nuvik-replay: replays launch logs through Nuvik ensembles and compares their
 // ranking measures and time per launch with two simple baselines.
 #include <atomic>
+#include <charconv>
+#include <cstddef>
 #include <iostream>
 #include <sstream>
 #include <string>
@@ -125,6 +127,23 @@ LaunchLog ReadLog(const Options& options) {
 
 std::string BaseName(const std::string& path) { return path.substr(path.rfind('/') + 1); }
 
+// A count of at least `least`, in decimal digits that fit a std::size_t.
+CLI::Validator AtLeast(std::size_t least) {
+  return CLI::Validator(
+      [least](std::string& text) -> std::string {
+        std::size_t value = 0;
+        const char* end = text.data() + text.size();
+        const auto [stop, error] = std::from_chars(text.data(), end, value);
+        if (text.empty() || text[0] == '-' || error == std::errc::invalid_argument || stop != end) {
+          return "'" + text + "' is not a count";
+        }
+        if (error == std::errc::result_out_of_range) return "'" + text + "' is too large";
+        if (value < least) return "expected at least " + std::to_string(least) + ", not " + text;
+        return std::string();
+      },
+      "");
+}
+
 int Run(const Options& options) {
   const std::vector<Ensemble> ensembles = Ensembles(options);
   const LaunchLog log = ReadLog(options);
@@ -210,8 +229,11 @@ int main(int argc, char** argv) {
   app.add_flag("--skip-bad-rows", options.skipBadRows, "Count and skip malformed rows instead of stopping");
   app.add_flag("--lagging", options.lagging, "After each ensemble, score the list GetNext() showed before each launch");
   CLI::Option* row = app.add_option("--row", options.row, "Score the row of K suggestions a launcher would show")
-                         ->check(CLI::PositiveNumber);
+                         ->type_name("K")
+                         ->check(AtLeast(1));
   app.add_option("--dock", options.dock, "With --row: leave the user's N most launched apps to a dock beside it")
+      ->type_name("N")
+      ->check(AtLeast(0))
       ->needs(row);
   app.add_flag("--stable", options.stable, "With --row: keep the previous row's apps in place")->needs(row);
   app.add_flag("--per-user", options.perUser, "Add a table per user");

@@ -379,18 +379,18 @@ std::vector<RunTotals> ToRunTotals(const py::iterable& runs) {
 
 void BindReplay(py::module_& module) {
   module.def("replay_text", &ReplayText, "text"_a, "source"_a, "ensembles"_a, "skip_repeats"_a, "kill_threshold"_a,
-             "utc_offset"_a, "skip_bad_rows"_a, "lagging"_a = false, "row"_a = py::none(), "dock"_a = 0, "stable"_a = false,
-             "Parses a CSV or TSV log held in a str and replays it.");
+             "utc_offset"_a, "skip_bad_rows"_a, "lagging"_a = false, "row"_a = py::none(), "dock"_a = 0,
+             "stable"_a = false, "Parses a CSV or TSV log held in a str and replays it.");
   module.def("parse_columns", &ParseColumns, "text"_a, "source"_a, "utc_offset"_a, "skip_bad_rows"_a,
              "Parses a CSV or TSV log held in a str into columns grouped by user.");
   module.def("index_file", &IndexFile, "path"_a, "utc_offset"_a, "skip_bad_rows"_a,
              "Reads a log file's users and their launch counts, keeping no launch.");
   module.def("replay_files", &ReplayFiles, "paths"_a, "users"_a, "ensembles"_a, "skip_repeats"_a, "kill_threshold"_a,
-             "utc_offset"_a, "skip_bad_rows"_a, "lagging"_a = false, "row"_a = py::none(), "dock"_a = 0, "stable"_a = false,
-             "Replays some users of log files read as one log, parsing and keeping only their rows.");
+             "utc_offset"_a, "skip_bad_rows"_a, "lagging"_a = false, "row"_a = py::none(), "dock"_a = 0,
+             "stable"_a = false, "Replays some users of log files read as one log, parsing and keeping only their rows.");
   module.def("replay_columns", &ReplayColumns, "user"_a, "user_names"_a, "app"_a, "app_names"_a, "time"_a,
-             "ensembles"_a, "skip_repeats"_a, "kill_threshold"_a, "lagging"_a = false, "row"_a = py::none(), "dock"_a = 0, "stable"_a = false,
-             "Replays launches given as columns in log order.");
+             "ensembles"_a, "skip_repeats"_a, "kill_threshold"_a, "lagging"_a = false, "row"_a = py::none(),
+             "dock"_a = 0, "stable"_a = false, "Replays launches given as columns in log order.");
   module.def(
       "add_up",
       [](const py::iterable& users, std::size_t apps) {
