@@ -44,10 +44,10 @@ def parse_arguments(argv):
     arguments = parser.parse_args(argv)
     if arguments.workers is not None and arguments.workers < 1:
         parser.error("--workers must be at least 1")
-    if arguments.row is not None and arguments.row < 1:
-        parser.error("--row must be at least 1")
-    if arguments.dock < 0:
-        parser.error("--dock must be at least 0")
+    if arguments.row is not None and not 1 <= arguments.row < 2**64:
+        parser.error("--row must be a count of at least 1")
+    if not 0 <= arguments.dock < 2**64:
+        parser.error("--dock must be a count")
     if arguments.row is None and (arguments.dock or arguments.stable):
         parser.error("--dock and --stable need --row")
     return arguments
