@@ -1,9 +1,10 @@
 // nuvik.Nuvik: the facade with Python types. Every call holds the facade's
-// mutex (a facade is used from one thread at a time); learning and loading
-// release the GIL.
+// mutex (a facade is used from one thread at a time); learning, ranking for a
+// time and loading release the GIL.
+#include <algorithm>
 #include <climits>
 #include <ctime>
-#include <mutex>
+#include <limits>
 #include <optional>
 #include <sstream>
 #include <stdexcept>
@@ -19,37 +20,11 @@
 namespace py = pybind11;
 using namespace pybind11::literals;
 using NuvikPrediction::Item;
-using NuvikPrediction::Nuvik;
 using NuvikPrediction::NuvikConfig;
 
 namespace NuvikPython {
 
-std::string Utf8(py::handle text, const char* what) {
-  if (!PyUnicode_Check(text.ptr())) {
-    throw py::type_error(std::string(what) + " must be a str, not " + Py_TYPE(text.ptr())->tp_name);
-  }
-  Py_ssize_t size = 0;
-  const char* data = PyUnicode_AsUTF8AndSize(text.ptr(), &size);
-  if (data == nullptr) throw py::error_already_set();
-  return std::string(data, static_cast<std::size_t>(size));
-}
-
 namespace {
-
-// A saved document that the facade rejected.
-class FormatError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
-
-struct Facade {
-  explicit Facade(const NuvikConfig& config) : nuvik(config) {}
-
-  Nuvik nuvik;
-  std::mutex mutex;
-};
-
-using Lock = std::lock_guard<std::mutex>;
 
 // A Python int that fits a C int; bool counts as an int, as in Python.
 int ToInt(py::handle value, const char* what) {
@@ -86,28 +61,78 @@ NuvikConfig MakeConfig(py::handle predictors, py::handle params, bool skipRepeat
   return config;
 }
 
-void Learn(Facade& facade, py::handle app, int hour, int minute, py::handle tag) {
+std::tm Clock(int hour, int minute) {
+  std::tm time{};
+  time.tm_hour = hour;
+  time.tm_min = minute;
+  return time;
+}
+
+void Learn(Facade& facade, py::handle app, const std::tm& time, py::handle tag) {
   Item item;
   item.app = Utf8(app, "app");
-  item.time.tm_hour = hour;
-  item.time.tm_min = minute;
+  item.time = time;
   if (!tag.is_none()) item.tag = Utf8(tag, "tag");
   const py::gil_scoped_release unlocked;
   const Lock lock(facade.mutex);
   facade.nuvik.Update(item);
 }
 
-// The hour and minute of a datetime.datetime or datetime.time.
-std::pair<int, int> TimeOfDay(py::handle when) {
-  const py::module_ datetime = py::module_::import("datetime");
-  if (!py::isinstance(when, datetime.attr("datetime")) && !py::isinstance(when, datetime.attr("time"))) {
-    throw py::type_error(std::string("when must be a datetime.datetime or datetime.time, not ") +
-                         Py_TYPE(when.ptr())->tp_name);
+}  // namespace
+
+std::string Utf8(py::handle text, const char* what) {
+  if (!PyUnicode_Check(text.ptr())) {
+    throw py::type_error(std::string(what) + " must be a str, not " + Py_TYPE(text.ptr())->tp_name);
   }
-  return {when.attr("hour").cast<int>(), when.attr("minute").cast<int>()};
+  Py_ssize_t size = 0;
+  const char* data = PyUnicode_AsUTF8AndSize(text.ptr(), &size);
+  if (data == nullptr) throw py::error_already_set();
+  return std::string(data, static_cast<std::size_t>(size));
 }
 
-}  // namespace
+std::vector<std::string> Utf8List(py::handle texts, const char* what) {
+  if (PyUnicode_Check(texts.ptr())) throw py::type_error(std::string(what) + " must be an iterable of str, not a str");
+  std::vector<std::string> names;
+  for (const py::handle text : py::iter(texts)) {
+    if (!PyUnicode_Check(text.ptr())) {
+      throw py::type_error(std::string(what) + " must hold str, not " + Py_TYPE(text.ptr())->tp_name);
+    }
+    names.push_back(Utf8(text, what));
+  }
+  return names;
+}
+
+std::tm TimeOfDay(py::handle time, const char* what) {
+  if (PyTuple_Check(time.ptr()) || PyList_Check(time.ptr())) {
+    const py::sequence pair = py::reinterpret_borrow<py::sequence>(time);
+    if (pair.size() != 2) throw py::type_error(std::string(what) + " must be an (hour, minute) pair");
+    return Clock(ToInt(pair[0], "hour"), ToInt(pair[1], "minute"));
+  }
+  const py::module_ datetime = py::module_::import("datetime");
+  if (!py::isinstance(time, datetime.attr("datetime")) && !py::isinstance(time, datetime.attr("time"))) {
+    throw py::type_error(std::string(what) + " must be an (hour, minute) pair, a datetime.time or a " +
+                         "datetime.datetime, not " + Py_TYPE(time.ptr())->tp_name);
+  }
+  const py::object hour = time.attr("hour");
+  const py::object minute = time.attr("minute");
+  if (!PyLong_Check(hour.ptr()) || !PyLong_Check(minute.ptr())) {
+    throw py::value_error(std::string(what) + " has no hour and minute (NaT)");
+  }
+  return Clock(ToInt(hour, "hour"), ToInt(minute, "minute"));
+}
+
+std::size_t Count(py::handle count, const char* what) {
+  if (!PyLong_Check(count.ptr())) {
+    throw py::type_error(std::string(what) + " must be an int, not " + Py_TYPE(count.ptr())->tp_name);
+  }
+  int overflow = 0;
+  const long long number = PyLong_AsLongLongAndOverflow(count.ptr(), &overflow);
+  if (number == -1 && PyErr_Occurred()) throw py::error_already_set();
+  if (overflow < 0 || number < 0) throw py::value_error(std::string(what) + " must not be negative");
+  if (overflow > 0) return std::numeric_limits<std::size_t>::max();
+  return static_cast<std::size_t>(
+      std::min<unsigned long long>(static_cast<unsigned long long>(number), std::numeric_limits<std::size_t>::max()));
+}
 
 void BindFacade(py::module_& module) {
   auto& formatError = py::register_exception<FormatError>(module, "FormatError", PyExc_ValueError);
@@ -126,14 +151,13 @@ void BindFacade(py::module_& module) {
       .def(
           "update",
           [](Facade& facade, py::handle app, py::handle hour, py::handle minute, py::handle tag) {
-            Learn(facade, app, ToInt(hour, "hour"), ToInt(minute, "minute"), tag);
+            Learn(facade, app, Clock(ToInt(hour, "hour"), ToInt(minute, "minute")), tag);
           },
           "app"_a, "hour"_a, "minute"_a, "tag"_a = py::none())
       .def(
           "update",
           [](Facade& facade, py::handle app, py::handle when, py::handle tag) {
-            const auto [hour, minute] = TimeOfDay(when);
-            Learn(facade, app, hour, minute, tag);
+            Learn(facade, app, TimeOfDay(when, "when"), tag);
           },
           "app"_a, "when"_a, "tag"_a = py::none())
       .def("clear",
@@ -143,6 +167,34 @@ void BindFacade(py::module_& module) {
              facade.nuvik.Clear();
            })
       .def("next", [](Facade& facade) { const Lock lock(facade.mutex); return facade.nuvik.GetNext(); })
+      .def(
+          "next_at",
+          [](Facade& facade, py::handle time, py::handle count) {
+            const std::tm when = TimeOfDay(time, "time");
+            const std::optional<std::size_t> first =
+                count.is_none() ? std::nullopt : std::optional<std::size_t>(Count(count, "count"));
+            const py::gil_scoped_release unlocked;
+            const Lock lock(facade.mutex);
+            return first ? facade.nuvik.GetNextAt(when, *first) : facade.nuvik.GetNextAt(when);
+          },
+          "time"_a, "count"_a = py::none(),
+          "The ranking for now: every known app ranked at `time` from everything learned so far, best first,\n"
+          "exactly what next() will answer after the next accepted update at that time. `time` is an\n"
+          "(hour, minute) pair, a datetime.time or a datetime.datetime (a pandas.Timestamp too: its own\n"
+          "wall-clock hour and minute). With `count`, only the first `count` apps. Changes nothing.")
+      .def(
+          "weights_at",
+          [](Facade& facade, py::handle time, py::handle apps) {
+            const std::tm when = TimeOfDay(time, "time");
+            const std::vector<std::string> names = Utf8List(apps, "apps");
+            const py::gil_scoped_release unlocked;
+            const Lock lock(facade.mutex);
+            return facade.nuvik.GetWeightsAt(when, names);
+          },
+          "time"_a, "apps"_a,
+          "The weight of each of `apps` (a list of floats in their order), exactly what weight() will answer\n"
+          "after the next accepted update at `time` (as in next_at): a known app's score at `time`, another\n"
+          "app's last weight, else 0.0. Changes nothing.")
       .def("soon", [](Facade& facade) { const Lock lock(facade.mutex); return facade.nuvik.GetSoon(); })
       .def("kill", [](Facade& facade) { const Lock lock(facade.mutex); return facade.nuvik.GetKill(); })
       .def(
