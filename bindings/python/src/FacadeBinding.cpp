@@ -128,8 +128,8 @@ std::size_t Count(py::handle count, const char* what) {
   int overflow = 0;
   const long long number = PyLong_AsLongLongAndOverflow(count.ptr(), &overflow);
   if (number == -1 && PyErr_Occurred()) throw py::error_already_set();
-  if (overflow < 0 || number < 0) throw py::value_error(std::string(what) + " must not be negative");
   if (overflow > 0) return std::numeric_limits<std::size_t>::max();
+  if (overflow < 0 || number < 0) throw py::value_error(std::string(what) + " must not be negative");
   return static_cast<std::size_t>(
       std::min<unsigned long long>(static_cast<unsigned long long>(number), std::numeric_limits<std::size_t>::max()));
 }

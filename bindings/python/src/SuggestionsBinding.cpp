@@ -54,11 +54,11 @@ void BindSuggestions(py::module_& module) {
           },
           "model"_a, "time"_a, "count"_a = 5, "exclude"_a = py::tuple(), "installed"_a = py::tuple(),
           "fallback"_a = py::tuple(), "stable"_a = false,
-          "The row for `time` (as in Nuvik.next_at): the first `count` apps of model.next_at(time) followed\n"
-          "by `fallback`, leaving out empty names, the apps in `exclude`, the dismissed ones, those not in\n"
-          "`installed` when it is not empty, and repeats. With `stable`, the apps of the previous row that\n"
-          "may still appear keep their places until a newcomer ranks Suggestions.STABLE_MARGIN places above\n"
-          "them. The row becomes the previous row; the model is not changed.")
+          "The row for `time` (as in Nuvik.next_at): the first `count` apps of model.next_at(time) and then\n"
+          "`fallback`, skipping empty names, repeats, the apps in `exclude`, the dismissed ones and, when\n"
+          "`installed` is not empty, those not in it. With `stable`, the apps of the previous row that may\n"
+          "still appear keep their places until a newcomer ranks Suggestions.STABLE_MARGIN places above them.\n"
+          "The row becomes the previous row; the model is not changed.")
       .def(
           "dismiss",
           [](GuardedSuggestions& self, py::handle app) {
