@@ -73,11 +73,6 @@ std::uint64_t RankKey(double score) {
   return bits >> 63 != 0 ? ~bits : bits | (std::uint64_t{1} << 63);
 }
 
-double Combine(const std::vector<double>& scores) {
-  if (scores.size() == 2) return scores[1] * 0.9 + scores[0] * 0.1;
-  if (scores.size() == 1) return scores[0];
-  return 0.0;
-}
 
 template <typename Ranked>
 bool RanksHigher(const Ranked& a, const Ranked& b) {
@@ -274,29 +269,88 @@ void Nuvik::PrepareLists(const std::tm& time) {
   for (std::size_t slot = 0; slot < predictors.size(); ++slot) {
     predictors[slot]->ScoreApps(time, apps, slotScores.data() + slot * count);
   }
-  appScores.resize(predictors.size());
   for (std::size_t i = 0; i < count; ++i) {
     const AppId app = knownApps[i];
-    const int priority = priorities[app];
-    for (std::size_t slot = 0; slot < predictors.size(); ++slot) {
-      double score = slotScores[slot * count + i];
-      if (priority != 0) score += (1.0 / static_cast<double>(priority)) * kPriorityScale;
-      appScores[slot] = score;
-    }
-    const double combined = Combine(appScores);
+    const double combined = CombinedScore(i, slotScores);
     weights[app] = combined;
     weighted[app] = true;
     nextList.push_back(RankedApp{RankKey(combined), static_cast<std::uint32_t>(i), app});
   }
 }
 
+// Priorities lift every slot's score before the combination rule.
+double Nuvik::CombinedScore(std::size_t i, const std::vector<double>& scores) const {
+  const std::size_t count = knownApps.size();
+  const int priority = priorities[knownApps[i]];
+  const auto slotScore = [&](std::size_t slot) {
+    double score = scores[slot * count + i];
+    if (priority != 0) score += (1.0 / static_cast<double>(priority)) * kPriorityScale;
+    return score;
+  };
+  if (predictors.size() == 2) return slotScore(1) * 0.9 + slotScore(0) * 0.1;
+  if (predictors.size() == 1) return slotScore(0);
+  return 0.0;
+}
+
+// What PrepareLists(time) would compute, by predictors that change nothing.
+// With other than one or two slots every score is 0.0: no slot is asked.
+std::vector<double> Nuvik::CombinedScoresAt(const std::tm& time) const {
+  const std::size_t count = knownApps.size();
+  std::vector<double> combined(count, 0.0);
+  if (count == 0 || (predictors.size() != 1 && predictors.size() != 2)) return combined;
+  const AppList apps{knownNames, knownRevision};
+  std::vector<double> scores(count * predictors.size());
+  for (std::size_t slot = 0; slot < predictors.size(); ++slot) {
+    predictors[slot]->ScoreAppsAt(time, apps, scores.data() + slot * count);
+  }
+  for (std::size_t i = 0; i < count; ++i) combined[i] = CombinedScore(i, scores);
+  return combined;
+}
+
 std::vector<std::string> Nuvik::GetNext() const {
-  std::vector<std::string> names;
   std::vector<RankedApp> sorted = nextList;
-  std::sort(sorted.begin(), sorted.end(), RanksHigher<RankedApp>);
-  names.reserve(sorted.size());
-  for (const RankedApp& entry : sorted) names.push_back(appNames[entry.app]);
+  return Names(sorted, sorted.size());
+}
+
+std::vector<std::string> Nuvik::Names(std::vector<RankedApp>& list, std::size_t count) const {
+  count = std::min(count, list.size());
+  const auto end = list.begin() + static_cast<std::ptrdiff_t>(count);
+  if (count == list.size()) {
+    std::sort(list.begin(), list.end(), RanksHigher<RankedApp>);
+  } else {
+    std::partial_sort(list.begin(), end, list.end(), RanksHigher<RankedApp>);
+  }
+  std::vector<std::string> names;
+  names.reserve(count);
+  for (auto entry = list.begin(); entry != end; ++entry) names.push_back(appNames[entry->app]);
   return names;
+}
+
+std::vector<std::string> Nuvik::GetNextAt(const std::tm& time) const { return GetNextAt(time, knownApps.size()); }
+
+std::vector<std::string> Nuvik::GetNextAt(const std::tm& time, std::size_t count) const {
+  const std::vector<double> combined = CombinedScoresAt(time);
+  std::vector<RankedApp> list;
+  list.reserve(combined.size());
+  for (std::size_t i = 0; i < combined.size(); ++i) {
+    list.push_back(RankedApp{RankKey(combined[i]), static_cast<std::uint32_t>(i), knownApps[i]});
+  }
+  return Names(list, count);
+}
+
+std::vector<double> Nuvik::GetWeightsAt(const std::tm& time, const std::vector<std::string>& apps) const {
+  const std::vector<double> combined = CombinedScoresAt(time);
+  std::vector<double> result;
+  result.reserve(apps.size());
+  for (const std::string& app : apps) {
+    AppId id;
+    if (!FindId(app, id)) {
+      result.push_back(0.0);
+    } else {
+      result.push_back(known[id] ? combined[nameRank[id]] : weighted[id] ? weights[id] : 0.0);
+    }
+  }
+  return result;
 }
 
 // The next list places every known application, which leaves none for the
@@ -305,7 +359,11 @@ std::vector<std::string> Nuvik::GetSoon() const { return {}; }
 
 std::vector<std::string> Nuvik::GetKill() const { return {}; }
 
-double Nuvik::GetSoonWeight(const std::vector<double>& scores) const { return Combine(scores); }
+double Nuvik::GetSoonWeight(const std::vector<double>& scores) const {
+  if (scores.size() == 2) return scores[1] * 0.9 + scores[0] * 0.1;
+  if (scores.size() == 1) return scores[0];
+  return 0.0;
+}
 
 double Nuvik::GetWeightSingle(const std::string& app) const {
   AppId id;

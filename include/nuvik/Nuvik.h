@@ -197,6 +197,13 @@ class NUVIK_EXPORT Nuvik {
   NUVIK_LOCAL void UpdateModel(const Item& item, AppId app);
   NUVIK_LOCAL void UpdateMetrics(const Item& item, AppId app);
   NUVIK_LOCAL void PrepareLists(const std::tm& time);
+  // The combined score of known application i (in name order) from every
+  // slot's scores of the known applications, slot after slot.
+  NUVIK_LOCAL double CombinedScore(std::size_t i, const std::vector<double>& scores) const;
+  NUVIK_LOCAL std::vector<double> CombinedScoresAt(const std::tm& time) const;
+  // The names of the first `count` entries of `list` in rank order, which it
+  // sorts as far as needed.
+  NUVIK_LOCAL std::vector<std::string> Names(std::vector<RankedApp>& list, std::size_t count) const;
   // Readers of a parsed document (a Json::Value or a DomValue); they change nothing.
   template <typename Value>
   NUVIK_LOCAL bool ProcessJson(const Value& root, std::vector<std::unique_ptr<Predictor>>& loaded,
@@ -247,9 +254,8 @@ class NUVIK_EXPORT Nuvik {
   // The next list of the last preparation, in name order.
   std::vector<RankedApp> nextList;
 
-  // Scratch of a preparation: every slot's scores and one application's.
+  // Scratch of a preparation: every slot's scores.
   std::vector<double> slotScores;
-  std::vector<double> appScores;
 };
 
 NUVIK_EXPORT std::ostream& operator<<(std::ostream& os, const Nuvik& nuvik);
