@@ -147,26 +147,35 @@ void BindFacade(py::module_& module) {
                      MakeConfig(predictors, params, skipRepeats, killThreshold, countLimit, weightThreshold));
                }),
            "predictors"_a = py::make_tuple("stat_counter"), "params"_a = py::none(), "skip_repeats"_a = false,
-           "kill_threshold"_a = 0.05, "count_limit"_a = 60, "weight_threshold"_a = 0.5)
+           "kill_threshold"_a = 0.05, "count_limit"_a = 60, "weight_threshold"_a = 0.5,
+           "A facade of one predictor per name in `predictors` (one str is one name), each with the parameter of\n"
+           "the same index in `params` (1 by default). skip_repeats ignores a launch of the previous app.")
       .def(
           "update",
           [](Facade& facade, py::handle app, py::handle hour, py::handle minute, py::handle tag) {
             Learn(facade, app, Clock(ToInt(hour, "hour"), ToInt(minute, "minute")), tag);
           },
-          "app"_a, "hour"_a, "minute"_a, "tag"_a = py::none())
+          "app"_a, "hour"_a, "minute"_a, "tag"_a = py::none(),
+          "Learns one launch of `app` at hour:minute, local time; `tag` is kept with the last launch.")
       .def(
           "update",
           [](Facade& facade, py::handle app, py::handle when, py::handle tag) {
             Learn(facade, app, TimeOfDay(when, "when"), tag);
           },
-          "app"_a, "when"_a, "tag"_a = py::none())
+          "app"_a, "when"_a, "tag"_a = py::none(),
+          "Learns one launch of `app` at `when`, an (hour, minute) pair, a datetime.time or a datetime.datetime\n"
+          "(a pandas.Timestamp too: its own wall-clock hour and minute).")
       .def("clear",
            [](Facade& facade) {
              const py::gil_scoped_release unlocked;
              const Lock lock(facade.mutex);
              facade.nuvik.Clear();
-           })
-      .def("next", [](Facade& facade) { const Lock lock(facade.mutex); return facade.nuvik.GetNext(); })
+           },
+           "Rebuilds every predictor empty; known apps, weights, lists, priorities and metrics are kept.")
+      .def(
+          "next", [](Facade& facade) { const Lock lock(facade.mutex); return facade.nuvik.GetNext(); },
+          "Every known app, best first, as ranked before the last accepted launch was learned (next_at ranks\n"
+          "for now).")
       .def(
           "next_at",
           [](Facade& facade, py::handle time, py::handle count) {
@@ -195,8 +204,12 @@ void BindFacade(py::module_& module) {
           "The weight of each of `apps` (a list of floats in their order), exactly what weight() will answer\n"
           "after the next accepted update at `time` (as in next_at): a known app's score at `time`, another\n"
           "app's last weight, else 0.0. Changes nothing.")
-      .def("soon", [](Facade& facade) { const Lock lock(facade.mutex); return facade.nuvik.GetSoon(); })
-      .def("kill", [](Facade& facade) { const Lock lock(facade.mutex); return facade.nuvik.GetKill(); })
+      .def(
+          "soon", [](Facade& facade) { const Lock lock(facade.mutex); return facade.nuvik.GetSoon(); },
+          "Always empty in this version.")
+      .def(
+          "kill", [](Facade& facade) { const Lock lock(facade.mutex); return facade.nuvik.GetKill(); },
+          "Always empty in this version.")
       .def(
           "weight",
           [](Facade& facade, py::handle app) {
@@ -204,7 +217,7 @@ void BindFacade(py::module_& module) {
             const Lock lock(facade.mutex);
             return facade.nuvik.GetWeightSingle(name);
           },
-          "app"_a)
+          "app"_a, "The app's combined score from the last ranking; 0.0 for an app without one.")
       .def(
           "weight_det",
           [](Facade& facade, py::handle app) {
@@ -212,7 +225,7 @@ void BindFacade(py::module_& module) {
             const Lock lock(facade.mutex);
             return facade.nuvik.GetWeightSingleDet(name);
           },
-          "app"_a)
+          "app"_a, "The app's combined score from the last ranking; -1.0 for an app without one.")
       .def("weights",
            [](Facade& facade) {
              std::map<std::string, double> weights;
@@ -223,14 +236,15 @@ void BindFacade(py::module_& module) {
              py::dict result;
              for (const auto& [app, weight] : weights) result[py::str(app)] = weight;
              return result;
-           })
+           },
+           "Every known app's combined score from the last ranking, in name order.")
       .def(
           "soon_weight",
           [](Facade& facade, const std::vector<double>& scores) {
             const Lock lock(facade.mutex);
             return facade.nuvik.GetSoonWeight(scores);
           },
-          "scores"_a)
+          "scores"_a, "Per-slot scores combined: two give s[1] * 0.9 + s[0] * 0.1, one gives s[0], others 0.0.")
       .def(
           "set_apps_priority",
           [](Facade& facade, py::iterable pairs) {
@@ -246,35 +260,41 @@ void BindFacade(py::module_& module) {
             const Lock lock(facade.mutex);
             facade.nuvik.SetAppsPriority(list);
           },
-          "priorities"_a)
+          "priorities"_a,
+          "(app, priority) pairs: each lifts (positive) or lowers (negative) the app by (1 / priority) * 0.6 on\n"
+          "every slot's score from the next ranking on; 0 means none, and a later pair for an app wins.")
       .def("reset_priority",
            [](Facade& facade) {
              const Lock lock(facade.mutex);
              facade.nuvik.ResetPriority();
-           })
-      .def_property_readonly("count_metrics", [](Facade& facade) {
-        const Lock lock(facade.mutex);
-        return facade.nuvik.GetCountMetrics();
-      })
-      .def_property_readonly("map_metric",
-                             [](Facade& facade) { const Lock lock(facade.mutex); return facade.nuvik.GetMapMetric(); })
-      .def_property_readonly("recall_metric", [](Facade& facade) {
-        const Lock lock(facade.mutex);
-        return facade.nuvik.GetRecallMetric();
-      })
-      .def_property_readonly("sum_map",
-                             [](Facade& facade) { const Lock lock(facade.mutex); return facade.nuvik.GetSumMap(); })
-      .def_property_readonly("sum_recall",
-                             [](Facade& facade) { const Lock lock(facade.mutex); return facade.nuvik.GetSumRecall(); })
-      .def_property_readonly("count_known_apps", [](Facade& facade) {
-        const Lock lock(facade.mutex);
-        return facade.nuvik.GetCountKnownApps();
-      })
-      .def("clear_metrics",
-           [](Facade& facade) {
-             const Lock lock(facade.mutex);
-             facade.nuvik.ClearMetrics();
-           })
+           },
+           "Drops every priority.")
+      .def_property_readonly(
+          "count_metrics", [](Facade& facade) { const Lock lock(facade.mutex); return facade.nuvik.GetCountMetrics(); },
+          "How many launches the quality measures scored (from the sixth launch on).")
+      .def_property_readonly(
+          "map_metric", [](Facade& facade) { const Lock lock(facade.mutex); return facade.nuvik.GetMapMetric(); },
+          "Mean average precision of the next lists; NaN before the first scored launch.")
+      .def_property_readonly(
+          "recall_metric", [](Facade& facade) { const Lock lock(facade.mutex); return facade.nuvik.GetRecallMetric(); },
+          "Mean recall at five of the next lists; NaN before the first scored launch.")
+      .def_property_readonly(
+          "sum_map", [](Facade& facade) { const Lock lock(facade.mutex); return facade.nuvik.GetSumMap(); },
+          "The sum behind map_metric.")
+      .def_property_readonly(
+          "sum_recall", [](Facade& facade) { const Lock lock(facade.mutex); return facade.nuvik.GetSumRecall(); },
+          "The sum behind recall_metric.")
+      .def_property_readonly(
+          "count_known_apps",
+          [](Facade& facade) { const Lock lock(facade.mutex); return facade.nuvik.GetCountKnownApps(); },
+          "How many apps the facade knows (launched, or listed by a loaded document).")
+      .def(
+          "clear_metrics",
+          [](Facade& facade) {
+            const Lock lock(facade.mutex);
+            facade.nuvik.ClearMetrics();
+          },
+          "Resets the quality measures' sums and count; scoring resumes at once.")
       .def("save",
            [](Facade& facade) {
              std::ostringstream document;
@@ -283,7 +303,9 @@ void BindFacade(py::module_& module) {
                facade.nuvik.SerializeJson(document);
              }
              return py::bytes(document.str());
-           })
+           },
+           "The learned state (known apps and every predictor) as one line of JSON, in bytes. A facade that\n"
+           "has seen no launch writes a document that load() rejects.")
       .def(
           "load",
           [](Facade& facade, const py::bytes& data) {
@@ -301,9 +323,12 @@ void BindFacade(py::module_& module) {
             }
             if (!rejection.empty()) throw FormatError(rejection);
           },
-          "document"_a)
-      .def("library_info",
-           [](Facade& facade) { const Lock lock(facade.mutex); return facade.nuvik.GetLibraryInfo(); })
+          "document"_a,
+          "Reads a document written by save(): the predictors and, when it names any, the known apps. All or\n"
+          "nothing: a rejected document raises nuvik.FormatError and changes nothing.")
+      .def(
+          "library_info", [](Facade& facade) { const Lock lock(facade.mutex); return facade.nuvik.GetLibraryInfo(); },
+          "The library's name and version.")
       .def("__repr__", [](Facade& facade) { const Lock lock(facade.mutex); return facade.nuvik.PrintNuvikInfo(); });
 }
 
