@@ -23,7 +23,7 @@ def stream(seed, length=600):
 def with_suggestions(launches, seed):
     """The launches with FacadeTrace's Suggestions commands between them."""
     generator = random.Random(seed)
-    commands = []
+    commands, dismissed = [], []
     for app, hour, minute in launches:
         draw = generator.random()
         if draw < 0.5:
@@ -32,8 +32,12 @@ def with_suggestions(launches, seed):
             commands.append(("!row", *when, generator.randrange(7), generator.random() < 0.6,
                              generator.sample(APPS, generator.randrange(3)), installed,
                              generator.sample(APPS + ["com.android.settings"], generator.randrange(4))))
+        elif draw < 0.55:
+            dismissed.append(generator.choice(APPS))
+            commands.append(("!dismiss", dismissed[-1]))
         elif draw < 0.6:
-            commands.append((generator.choice(["!dismiss", "!restore"]), generator.choice(APPS)))
+            # Mostly an application dismissed before, at times one that is not.
+            commands.append(("!restore", generator.choice(dismissed + APPS[:2])))
         commands.append((app, hour, minute))
     return commands
 
