@@ -34,9 +34,15 @@ class FormatError : public std::runtime_error {
 // TypeError for anything but a str.
 std::string Utf8(pybind11::handle text, const char* what);
 
-// The UTF-8 names of an iterable of str; raises TypeError for a str itself,
-// which would otherwise be read as its characters.
-std::vector<std::string> Utf8List(pybind11::handle texts, const char* what);
+// The bytes of a str with Python's "surrogateescape": U+DC80 to U+DCFF stand
+// for the bytes 0x80 to 0xFF that are not part of UTF-8. Raises
+// UnicodeEncodeError (other lone surrogates) and TypeError as Utf8 does.
+std::string EscapedBytes(pybind11::handle text, const char* what);
+
+// The names of an iterable of str, each through `bytesOf`; raises TypeError
+// for a str itself, which would otherwise be read as its characters.
+std::vector<std::string> Utf8List(pybind11::handle texts, const char* what,
+                                  std::string (*bytesOf)(pybind11::handle, const char*) = Utf8);
 
 // A time of day with the hour and minute of an (hour, minute) pair of ints, a
 // datetime.time or a datetime.datetime (pandas.Timestamp included: its own

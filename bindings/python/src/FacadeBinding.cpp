@@ -90,14 +90,25 @@ std::string Utf8(py::handle text, const char* what) {
   return std::string(data, static_cast<std::size_t>(size));
 }
 
-std::vector<std::string> Utf8List(py::handle texts, const char* what) {
+std::string EscapedBytes(py::handle text, const char* what) {
+  if (!PyUnicode_Check(text.ptr())) {
+    throw py::type_error(std::string(what) + " must be a str, not " + Py_TYPE(text.ptr())->tp_name);
+  }
+  const auto bytes =
+      py::reinterpret_steal<py::object>(PyUnicode_AsEncodedString(text.ptr(), "utf-8", "surrogateescape"));
+  if (!bytes) throw py::error_already_set();
+  return std::string(PyBytes_AS_STRING(bytes.ptr()), static_cast<std::size_t>(PyBytes_GET_SIZE(bytes.ptr())));
+}
+
+std::vector<std::string> Utf8List(py::handle texts, const char* what,
+                                  std::string (*bytesOf)(py::handle, const char*)) {
   if (PyUnicode_Check(texts.ptr())) throw py::type_error(std::string(what) + " must be an iterable of str, not a str");
   std::vector<std::string> names;
   for (const py::handle text : py::iter(texts)) {
     if (!PyUnicode_Check(text.ptr())) {
       throw py::type_error(std::string(what) + " must hold str, not " + Py_TYPE(text.ptr())->tp_name);
     }
-    names.push_back(Utf8(text, what));
+    names.push_back(bytesOf(text, what));
   }
   return names;
 }

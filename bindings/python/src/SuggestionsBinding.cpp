@@ -1,6 +1,8 @@
 // nuvik.Suggestions: a launcher's row of suggested apps with Python types.
 // Every call holds the object's mutex; a row holds it and then the facade's,
-// always in that order, with the GIL released.
+// always in that order, with the GIL released. Names cross with Python's
+// "surrogateescape", as the document keeps them: bytes that are not UTF-8
+// come back as U+DC80 to U+DCFF, and go in as the same bytes.
 #include <exception>
 #include <mutex>
 #include <sstream>
@@ -8,7 +10,6 @@
 #include <vector>
 
 #include <nuvik/Suggestions.h>
-#include <pybind11/stl.h>
 
 #include "Bindings.h"
 
@@ -27,6 +28,18 @@ struct GuardedSuggestions {
   std::mutex mutex;
 };
 
+// The names as str, decoded with "surrogateescape".
+py::list EscapedNames(const std::vector<std::string>& names) {
+  py::list result;
+  for (const std::string& name : names) {
+    const auto text = py::reinterpret_steal<py::object>(
+        PyUnicode_DecodeUTF8(name.data(), static_cast<Py_ssize_t>(name.size()), "surrogateescape"));
+    if (!text) throw py::error_already_set();
+    result.append(text);
+  }
+  return result;
+}
+
 }  // namespace
 
 void BindSuggestions(py::module_& module) {
@@ -34,7 +47,8 @@ void BindSuggestions(py::module_& module) {
       module, "Suggestions",
       "The row of apps a launcher shows, from a facade's ranking for now: without the apps on screen, the\n"
       "dismissed ones and those not installed, filled up from a fallback list, optionally kept steady from\n"
-      "one row to the next. Holds the dismissed apps and the last row, saved to a document of its own.")
+      "one row to the next. Holds the dismissed apps and the last row, saved to a document of its own.\n"
+      "Names that are not UTF-8 come and go with \"surrogateescape\", as the document writes them.")
       .def(py::init<>())
       .def(
           "row",
@@ -43,14 +57,18 @@ void BindSuggestions(py::module_& module) {
             const std::tm when = TimeOfDay(time, "time");
             RowRequest request;
             request.count = Count(count, "count");
-            request.exclude = Utf8List(exclude, "exclude");
-            request.installed = Utf8List(installed, "installed");
-            request.fallback = Utf8List(fallback, "fallback");
+            request.exclude = Utf8List(exclude, "exclude", EscapedBytes);
+            request.installed = Utf8List(installed, "installed", EscapedBytes);
+            request.fallback = Utf8List(fallback, "fallback", EscapedBytes);
             request.stable = stable;
-            const py::gil_scoped_release unlocked;
-            const Lock lock(self.mutex);
-            const Lock modelLock(model.mutex);
-            return self.suggestions.Row(model.nuvik, when, request);
+            std::vector<std::string> row;
+            {
+              const py::gil_scoped_release unlocked;
+              const Lock lock(self.mutex);
+              const Lock modelLock(model.mutex);
+              row = self.suggestions.Row(model.nuvik, when, request);
+            }
+            return EscapedNames(row);
           },
           "model"_a, "time"_a, "count"_a = 5, "exclude"_a = py::tuple(), "installed"_a = py::tuple(),
           "fallback"_a = py::tuple(), "stable"_a = false,
@@ -62,7 +80,7 @@ void BindSuggestions(py::module_& module) {
       .def(
           "dismiss",
           [](GuardedSuggestions& self, py::handle app) {
-            const std::string name = Utf8(app, "app");
+            const std::string name = EscapedBytes(app, "app");
             const Lock lock(self.mutex);
             self.suggestions.Dismiss(name);
           },
@@ -70,7 +88,7 @@ void BindSuggestions(py::module_& module) {
       .def(
           "restore",
           [](GuardedSuggestions& self, py::handle app) {
-            const std::string name = Utf8(app, "app");
+            const std::string name = EscapedBytes(app, "app");
             const Lock lock(self.mutex);
             self.suggestions.Restore(name);
           },
@@ -78,8 +96,12 @@ void BindSuggestions(py::module_& module) {
       .def(
           "dismissed",
           [](GuardedSuggestions& self) {
-            const Lock lock(self.mutex);
-            return self.suggestions.Dismissed();
+            std::vector<std::string> dismissed;
+            {
+              const Lock lock(self.mutex);
+              dismissed = self.suggestions.Dismissed();
+            }
+            return EscapedNames(dismissed);
           },
           "The dismissed apps, most recently dismissed first.")
       .def(

@@ -162,12 +162,22 @@ def test_suggestions_dismissals_and_documents():
     assert copy.save() == document and copy.dismissed() == ["d"]
     assert copy.row(facade, (9, 0), 2, stable=True) == suggestions.row(facade, (9, 0), 2, stable=True) == ["e", "a"]
     document = copy.save()
-    for bad in [b"garbage", b"", document[: len(document) // 2], b"[" * 1001 + b"]" * 1001]:
+    for bad in [b"garbage", b"", document[: len(document) // 2], b"[" * 1001 + b"]" * 1001,
+                document.replace(b'"version":1', b'"version":2'), document.replace(b'["d"]', b'7')]:
         with pytest.raises(nuvik.FormatError):
             copy.load(bad)
         assert copy.save() == document
     copy.clear_dismissed()
     assert copy.dismissed() == [] and copy.row(facade, (9, 0), 0) == []
+
+    # Bytes that are not UTF-8 cross as the document writes them, with "surrogateescape".
+    document = b'{"dismissed":["a\\udc80"],"row":["b\\udcff"],"version":1}'
+    copy.load(document)
+    assert copy.save() == document and copy.dismissed() == ["a\udc80"]
+    row = copy.row(facade, (9, 0), 6, exclude=["a", "b"], fallback=["a\udc80", "b\udcff"])
+    assert row == ["c", "d", "e", "b\udcff"]
+    copy.restore("a\udc80")
+    assert copy.dismissed() == []
 
 
 def test_rejected_documents_leave_the_facade_unchanged():
