@@ -75,8 +75,9 @@ void BindSuggestions(py::module_& module) {
           "The row for `time` (as in Nuvik.next_at): the first `count` apps of model.next_at(time) and then\n"
           "`fallback`, skipping empty names, repeats, the apps in `exclude`, the dismissed ones and, when\n"
           "`installed` is not empty, those not in it. With `stable`, the apps of the previous row that may\n"
-          "still appear keep their places until a newcomer ranks Suggestions.STABLE_MARGIN places above them.\n"
-          "The row becomes the previous row; the model is not changed.")
+          "still appear stay, in their slots when the row is full, unless a newcomer ranks\n"
+          "Suggestions.STABLE_MARGIN places above them. The row becomes the previous row; the model is only\n"
+          "read.")
       .def(
           "dismiss",
           [](GuardedSuggestions& self, py::handle app) {
