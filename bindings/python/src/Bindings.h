@@ -41,8 +41,8 @@ std::string EscapedBytes(pybind11::handle text, const char* what);
 
 // The names of an iterable of str, each through `bytesOf`; raises TypeError
 // for a str itself, which would otherwise be read as its characters.
-std::vector<std::string> Utf8List(pybind11::handle texts, const char* what,
-                                  std::string (*bytesOf)(pybind11::handle, const char*) = Utf8);
+std::vector<std::string> StrList(pybind11::handle texts, const char* what,
+                                 std::string (*bytesOf)(pybind11::handle, const char*) = Utf8);
 
 // A time of day with the hour and minute of an (hour, minute) pair of ints, a
 // datetime.time or a datetime.datetime (pandas.Timestamp included: its own

@@ -100,8 +100,7 @@ std::string EscapedBytes(py::handle text, const char* what) {
   return std::string(PyBytes_AS_STRING(bytes.ptr()), static_cast<std::size_t>(PyBytes_GET_SIZE(bytes.ptr())));
 }
 
-std::vector<std::string> Utf8List(py::handle texts, const char* what,
-                                  std::string (*bytesOf)(py::handle, const char*)) {
+std::vector<std::string> StrList(py::handle texts, const char* what, std::string (*bytesOf)(py::handle, const char*)) {
   if (PyUnicode_Check(texts.ptr())) throw py::type_error(std::string(what) + " must be an iterable of str, not a str");
   std::vector<std::string> names;
   for (const py::handle text : py::iter(texts)) {
@@ -206,7 +205,7 @@ void BindFacade(py::module_& module) {
           "weights_at",
           [](Facade& facade, py::handle time, py::handle apps) {
             const std::tm when = TimeOfDay(time, "time");
-            const std::vector<std::string> names = Utf8List(apps, "apps");
+            const std::vector<std::string> names = StrList(apps, "apps");
             const py::gil_scoped_release unlocked;
             const Lock lock(facade.mutex);
             return facade.nuvik.GetWeightsAt(when, names);

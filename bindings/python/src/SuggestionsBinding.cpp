@@ -57,9 +57,9 @@ void BindSuggestions(py::module_& module) {
             const std::tm when = TimeOfDay(time, "time");
             RowRequest request;
             request.count = Count(count, "count");
-            request.exclude = Utf8List(exclude, "exclude", EscapedBytes);
-            request.installed = Utf8List(installed, "installed", EscapedBytes);
-            request.fallback = Utf8List(fallback, "fallback", EscapedBytes);
+            request.exclude = StrList(exclude, "exclude", EscapedBytes);
+            request.installed = StrList(installed, "installed", EscapedBytes);
+            request.fallback = StrList(fallback, "fallback", EscapedBytes);
             request.stable = stable;
             std::vector<std::string> row;
             {
