@@ -1,4 +1,4 @@
-# Installs libnuvik.so, its public header, a CMake package (find_package(nuvik)
+# Installs libnuvik.so, its public headers, a CMake package (find_package(nuvik)
 # gives nuvik::nuvik) and a pkg-config file.
 include(CMakePackageConfigHelpers)
 
@@ -21,7 +21,7 @@ install(TARGETS nuvik EXPORT nuvikTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-install(FILES include/nuvik/Nuvik.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/nuvik)
+install(FILES include/nuvik/Nuvik.h include/nuvik/Suggestions.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/nuvik)
 install(EXPORT nuvikTargets NAMESPACE nuvik:: DESTINATION ${NUVIK_CMAKE_DIR})
 
 configure_package_config_file(cmake/nuvikConfig.cmake.in

@@ -63,7 +63,7 @@ void DoubleLinear::UpdateTime(const std::tm& time) {
   secondLinear->UpdateTime(time);
 }
 
-void DoubleLinear::RefreshPooledNames() {
+void DoubleLinear::RefreshPooledNames() const {
   if (!pooledStale && firstRevision == firstLinear->DictionaryRevision() &&
       secondRevision == secondLinear->DictionaryRevision()) {
     return;
@@ -89,25 +89,35 @@ void DoubleLinear::RefreshPooledNames() {
     if (takeSecond) pooledOfSecond[*inSecond++] = position;
   }
   pooled = std::move(names);
+  ++pooledRevision;
   pooledStale = false;
   firstRevision = first.DictionaryRevision();
   secondRevision = second.DictionaryRevision();
+}
+
+void DoubleLinear::RefreshPrediction() {
+  if (predictionValid || firstLinear->HistorySize() < kHistory) return;
+  RefreshPooledNames();
+  ComputeScores(TimeSlot(lastTime.tm_hour, lastTime.tm_min), scores, scored);
+  if (predictionNames != pooled) {
+    predictionNames = pooled;
+    ++predictionRevision;
+  }
+  predictionValid = true;
 }
 
 // The prediction holds the names that either stage counts, each adding its
 // pooled features in the order counter, transitions, previous launches,
 // time. A pooled value of 0 (from fractions that a name lacks in both stages)
 // leaves a score as it is, so only the names a feature reaches are visited.
-void DoubleLinear::RefreshPrediction() {
-  if (predictionValid || firstLinear->HistorySize() < kHistory) return;
-  RefreshPooledNames();
+void DoubleLinear::ComputeScores(int slot, std::vector<double>& out, std::vector<bool>& outScored) const {
   const Linear& first = *firstLinear;
   const Linear& second = *secondLinear;
   const PooledNames& names = *pooled;
   const std::size_t count = names.names.size();
   const FeatureWeights& weight = kFeatureWeights;
-  scores.assign(count, 0.0);
-  scored.assign(count, false);
+  out.assign(count, 0.0);
+  outScored.assign(count, false);
 
   const double firstCounter = first.CounterDenominator();
   const double secondCounter = second.CounterDenominator();
@@ -116,8 +126,8 @@ void DoubleLinear::RefreshPrediction() {
     const std::int32_t* y =
         names.second[i] < 0 ? nullptr : second.CountOf(static_cast<std::uint32_t>(names.second[i]));
     if (x == nullptr && y == nullptr) continue;
-    scored[i] = true;
-    scores[i] += Pool(x == nullptr ? Linear::Fraction{} : Linear::Fraction{static_cast<double>(*x), firstCounter},
+    outScored[i] = true;
+    out[i] += Pool(x == nullptr ? Linear::Fraction{} : Linear::Fraction{static_cast<double>(*x), firstCounter},
                       y == nullptr ? Linear::Fraction{} : Linear::Fraction{static_cast<double>(*y), secondCounter}) *
                  weight.counter;
   }
@@ -144,7 +154,7 @@ void DoubleLinear::RefreshPrediction() {
       reach(pooledOfSecond[slot], secondFractions, numerator, denominator);
     });
     for (const std::uint32_t i : reached) {
-      if (scored[i]) scores[i] += Pool(firstFractions[i], secondFractions[i]) * weight.transition[k];
+      if (outScored[i]) out[i] += Pool(firstFractions[i], secondFractions[i]) * weight.transition[k];
     }
   }
 
@@ -157,35 +167,28 @@ void DoubleLinear::RefreshPrediction() {
     std::uint32_t inSecond = y < 0 ? kNowhere : pooledOfSecond[static_cast<std::size_t>(y)];
     if (inSecond == inFirst) inSecond = kNowhere;
     for (const std::uint32_t i : {inFirst, inSecond}) {
-      if (i != kNowhere && scored[i]) scores[i] += 1.0 * weight.prev[k];
+      if (i != kNowhere && outScored[i]) out[i] += 1.0 * weight.prev[k];
     }
   }
 
-  const int slot = TimeSlot(lastTime.tm_hour, lastTime.tm_min);
   const double firstTime = first.TimeNumerators(slot, firstNumerators);
   const double secondTime = second.TimeNumerators(slot, secondNumerators);
   for (std::size_t i = 0; i < count; ++i) {
-    if (!scored[i]) continue;
+    if (!outScored[i]) continue;
     const std::int64_t x = names.first[i];
     const std::int64_t y = names.second[i];
-    scores[i] += Pool(x < 0 ? Linear::Fraction{} : Linear::Fraction{firstNumerators[static_cast<std::size_t>(x)], firstTime},
+    out[i] += Pool(x < 0 ? Linear::Fraction{} : Linear::Fraction{firstNumerators[static_cast<std::size_t>(x)], firstTime},
                       y < 0 ? Linear::Fraction{}
                             : Linear::Fraction{secondNumerators[static_cast<std::size_t>(y)], secondTime}) *
                  weight.time;
   }
-  if (predictionNames != pooled) {
-    predictionNames = pooled;
-    ++predictionRevision;
-  }
-  predictionValid = true;
 }
 
-std::int64_t DoubleLinear::ScoredPosition(const std::string& app) const {
-  if (!predictionNames) return -1;
-  const std::vector<std::string>& names = predictionNames->names;
-  const auto it = std::lower_bound(names.begin(), names.end(), app);
-  if (it == names.end() || *it != app) return -1;
-  return it - names.begin();
+std::int64_t DoubleLinear::PositionIn(const PooledNames* names, const std::string& app) {
+  if (names == nullptr) return -1;
+  const auto it = std::lower_bound(names->names.begin(), names->names.end(), app);
+  if (it == names->names.end() || *it != app) return -1;
+  return it - names->names.begin();
 }
 
 std::map<std::string, double> DoubleLinear::Predict() {
@@ -199,18 +202,35 @@ std::map<std::string, double> DoubleLinear::Predict() {
 
 double DoubleLinear::GetPrediction(const std::string& app) {
   RefreshPrediction();
-  const std::int64_t position = ScoredPosition(app);
+  const std::int64_t position = PositionIn(predictionNames.get(), app);
   return position < 0 || !scored[static_cast<std::size_t>(position)] ? 0.0 : scores[static_cast<std::size_t>(position)];
 }
 
 void DoubleLinear::ScoreApps(const std::tm& time, const AppList& apps, double* result) {
   UpdateTime(time);
   RefreshPrediction();
-  const auto& positionOf =
-      positionOfApp.Get(apps, predictionRevision, [this](const std::string& app) { return ScoredPosition(app); });
+  CopyScores(apps, positionOfApp, predictionNames.get(), predictionRevision, scores, scored, result);
+}
+
+// Without a valid prediction, RefreshPrediction would compute one for the
+// time, unless the first stage's history is too short, when the last one stays.
+void DoubleLinear::ScoreAppsAt(const std::tm& time, const AppList& apps, double* result) const {
+  if (predictionValid || firstLinear->HistorySize() < kHistory) {
+    CopyScores(apps, positionOfApp, predictionNames.get(), predictionRevision, scores, scored, result);
+    return;
+  }
+  RefreshPooledNames();
+  ComputeScores(TimeSlot(time.tm_hour, time.tm_min), scratchScores, scratchScored);
+  CopyScores(apps, positionOfPooledApp, pooled.get(), pooledRevision, scratchScores, scratchScored, result);
+}
+
+void DoubleLinear::CopyScores(const AppList& apps, const AppListIndex<std::int64_t>& index, const PooledNames* names,
+                              std::uint64_t revision, const std::vector<double>& source,
+                              const std::vector<bool>& sourceScored, double* result) {
+  const auto& positionOf = index.Get(apps, revision, [names](const std::string& app) { return PositionIn(names, app); });
   for (std::size_t i = 0; i < positionOf.size(); ++i) {
-    const std::int64_t position = positionOf[i];
-    result[i] = position < 0 || !scored[static_cast<std::size_t>(position)] ? 0.0 : scores[static_cast<std::size_t>(position)];
+    const auto position = static_cast<std::size_t>(positionOf[i]);
+    result[i] = positionOf[i] < 0 || !sourceScored[position] ? 0.0 : source[position];
   }
 }
 

@@ -41,6 +41,7 @@ class DoubleLinear : public Predictor {
   // stage's history (reversed). Keeps the cached prediction.
   bool DeserializeJson(const Json::Value& value) override;
   void ScoreApps(const std::tm& time, const AppList& apps, double* scores) override;
+  void ScoreAppsAt(const std::tm& time, const AppList& apps, double* scores) const override;
   bool DeserializeJson(const DomValue& value) override;
 
  private:
@@ -53,11 +54,17 @@ class DoubleLinear : public Predictor {
   };
 
   // Rebuilds the pooled names when a stage's dictionary changed.
-  void RefreshPooledNames();
+  void RefreshPooledNames() const;
   // Recomputes the prediction exactly when Predict would.
   void RefreshPrediction();
-  // Position of `app` among the names of the prediction; -1 when it has no score.
-  std::int64_t ScoredPosition(const std::string& app) const;
+  // The score of every pooled name for time slot `slot`, and whether it has one.
+  void ComputeScores(int slot, std::vector<double>& out, std::vector<bool>& outScored) const;
+  // Position of `app` among `names` (which may be null); -1 when it is not there.
+  static std::int64_t PositionIn(const PooledNames* names, const std::string& app);
+  // result[i] = the score of apps.names[i] in a prediction over `names`.
+  static void CopyScores(const AppList& apps, const AppListIndex<std::int64_t>& index, const PooledNames* names,
+                         std::uint64_t revision, const std::vector<double>& source,
+                         const std::vector<bool>& sourceScored, double* result);
   // A fresh second stage whose history is the first stage's, reversed.
   void ReseedSecondStage();
   template <typename Value>
@@ -69,14 +76,16 @@ class DoubleLinear : public Predictor {
   std::tm lastTime{};
 
   // The pooled names of the current stages, valid while `pooledStale` is false
-  // and the stages' dictionary revisions are the recorded ones.
-  std::shared_ptr<const PooledNames> pooled;
-  bool pooledStale = true;
-  std::uint64_t firstRevision = 0;
-  std::uint64_t secondRevision = 0;
+  // and the stages' dictionary revisions are the recorded ones: a cache of
+  // what the stages determine, so const scoring may fill it.
+  mutable std::shared_ptr<const PooledNames> pooled;
+  mutable std::uint64_t pooledRevision = 0;
+  mutable bool pooledStale = true;
+  mutable std::uint64_t firstRevision = 0;
+  mutable std::uint64_t secondRevision = 0;
   // Pooled position of each stage's name slots.
-  std::vector<std::uint32_t> pooledOfFirst;
-  std::vector<std::uint32_t> pooledOfSecond;
+  mutable std::vector<std::uint32_t> pooledOfFirst;
+  mutable std::vector<std::uint32_t> pooledOfSecond;
 
   // The last prediction: the names it was computed over, whether each has a
   // score (it is counted by a stage) and the score.
@@ -86,14 +95,19 @@ class DoubleLinear : public Predictor {
   std::uint64_t predictionRevision = 0;
   AppListIndex<std::int64_t> positionOfApp;
 
-  // Scratch of a recomputation.
-  std::vector<double> firstNumerators;
-  std::vector<double> secondNumerators;
-  std::vector<Linear::Fraction> firstFractions;
-  std::vector<Linear::Fraction> secondFractions;
-  std::vector<std::uint32_t> reached;
-  std::vector<std::uint64_t> reachedStamp;
-  std::uint64_t stamp = 0;
+  // A prediction that is not kept, over the pooled names.
+  mutable std::vector<double> scratchScores;
+  mutable std::vector<bool> scratchScored;
+  AppListIndex<std::int64_t> positionOfPooledApp;
+
+  // Scratch of a computation.
+  mutable std::vector<double> firstNumerators;
+  mutable std::vector<double> secondNumerators;
+  mutable std::vector<Linear::Fraction> firstFractions;
+  mutable std::vector<Linear::Fraction> secondFractions;
+  mutable std::vector<std::uint32_t> reached;
+  mutable std::vector<std::uint64_t> reachedStamp;
+  mutable std::uint64_t stamp = 0;
 };
 
 }  // namespace NuvikPrediction

@@ -57,18 +57,14 @@ void KnnRegression::Update(const Updater& updater) {
   previousIndex = before;
 }
 
-void KnnRegression::UpdateTime(const std::tm& time) {
-  const int slot = TimeSlot(time.tm_hour, time.tm_min);
-  if (slot != currentBucket) spanValid = false;
-  currentBucket = slot;
-}
+void KnnRegression::UpdateTime(const std::tm& time) { currentBucket = TimeSlot(time.tm_hour, time.tm_min); }
 
 std::map<std::string, double> KnnRegression::Predict() { return {}; }
 
 double KnnRegression::GetPrediction(const std::string& app) {
   const auto entry = strToId.find(app);
   if (entry == strToId.end()) return 0.0;
-  RefreshSpan();
+  RefreshSpan(currentBucket);
   const auto numerator =
       std::lower_bound(spanNumerators.begin(), spanNumerators.end(), entry->second,
                        [](const std::pair<std::uint64_t, double>& gain, std::uint64_t id) { return gain.first < id; });
@@ -79,7 +75,11 @@ double KnnRegression::GetPrediction(const std::string& app) {
 
 void KnnRegression::ScoreApps(const std::tm& time, const AppList& apps, double* scores) {
   UpdateTime(time);
-  RefreshSpan();
+  ScoreAppsAt(time, apps, scores);
+}
+
+void KnnRegression::ScoreAppsAt(const std::tm& time, const AppList& apps, double* scores) const {
+  RefreshSpan(TimeSlot(time.tm_hour, time.tm_min));
   const auto& idOf = idOfApp.Get(apps, dictionaryRevision, [this](const std::string& app) {
     const auto entry = strToId.find(app);
     return entry == strToId.end() ? AppId{false, 0} : AppId{true, entry->second};
@@ -107,11 +107,10 @@ void KnnRegression::ScoreApps(const std::tm& time, const AppList& apps, double* 
 // leaves its sum (never below +0.0: every kernel is positive on the span) as
 // it is; so only the applications with a pair in j gain. Each pair's kernel
 // term is computed once and summed, in key order, into both weights.
-void KnnRegression::RefreshSpan() {
-  if (spanValid) return;
+void KnnRegression::RefreshSpan(int slot) const {
+  if (spanValid && spanSlot == slot) return;
   gains.clear();
   spanDenominator = 0.0;
-  const int slot = currentBucket;
   const int first = std::max(slot, kSpan) - kSpan;
   const int end = std::min(slot, kSlotsPerDay - 1 - kSpan) + kSpan + 1;
   for (int j = first; j < end; ++j) {
@@ -138,6 +137,7 @@ void KnnRegression::RefreshSpan() {
     if (spanNumerators.empty() || spanNumerators.back().first != id) spanNumerators.emplace_back(id, 0.0);
     spanNumerators.back().second += gain;
   }
+  spanSlot = slot;
   spanValid = true;
 }
 

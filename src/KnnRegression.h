@@ -48,6 +48,7 @@ class KnnRegression final : public Predictor {
   // dictionary, then the pairs.
   bool DeserializeJson(const Json::Value& value) override;
   void ScoreApps(const std::tm& time, const AppList& apps, double* scores) override;
+  void ScoreAppsAt(const std::tm& time, const AppList& apps, double* scores) const override;
   bool DeserializeJson(const DomValue& value) override;
 
   // Kernel-weighted count, at slot distance `distance`, of the pairs of
@@ -88,8 +89,8 @@ class KnnRegression final : public Predictor {
   // Scaled distance of a pair from the present, `slots` slots away.
   static double Distance(std::uint64_t launched, std::uint64_t preceding, std::uint64_t launchedBefore,
                          std::uint64_t newest, double slots);
-  // Fills the span cache unless it is valid.
-  void RefreshSpan();
+  // Fills the span cache for `slot` unless it holds that slot's sums.
+  void RefreshSpan(int slot) const;
   // A lenient load may leave `previous` short: missing entries read as 0,
   // and writing one pads with zeros up to it.
   std::uint64_t PreviousAt(std::int32_t index) const;
@@ -108,16 +109,18 @@ class KnnRegression final : public Predictor {
   std::array<PairCounts, kTables> counters;
   std::map<std::string, std::uint64_t> strToId;
 
-  // The regression's sums over the span, shared by every GetPrediction until
-  // a launch, a load or a change of slot: the numerator of each application
-  // with a pair there, and the denominator.
-  bool spanValid = false;
-  std::vector<std::pair<std::uint64_t, double>> spanNumerators;  // by id
-  double spanDenominator = 0.0;
+  // The regression's sums over the span around `spanSlot`, shared by every
+  // prediction for that slot until a launch or a load: the numerator of each
+  // application with a pair there, and the denominator. A cache of what the
+  // tables and the slot determine, so const scoring may fill it.
+  mutable bool spanValid = false;
+  mutable int spanSlot = 0;
+  mutable std::vector<std::pair<std::uint64_t, double>> spanNumerators;  // by id
+  mutable double spanDenominator = 0.0;
   // Scratch of RefreshSpan.
-  std::vector<std::pair<std::uint64_t, double>> gains;
-  std::vector<std::pair<std::uint64_t, double>> olderWeights;
-  std::vector<std::pair<std::uint64_t, double>> newerWeights;
+  mutable std::vector<std::pair<std::uint64_t, double>> gains;
+  mutable std::vector<std::pair<std::uint64_t, double>> olderWeights;
+  mutable std::vector<std::pair<std::uint64_t, double>> newerWeights;
 
   // Changes whenever the dictionary gains a name.
   std::uint64_t dictionaryRevision = 0;
@@ -128,8 +131,8 @@ class KnnRegression final : public Predictor {
   AppListIndex<AppId> idOfApp;
   // (id, position in the facade's list) of the known applications, by id,
   // built for generation `appsByIdGeneration` of idOfApp.
-  std::vector<std::pair<std::uint64_t, std::size_t>> appsById;
-  std::uint64_t appsByIdGeneration = 0;
+  mutable std::vector<std::pair<std::uint64_t, std::size_t>> appsById;
+  mutable std::uint64_t appsByIdGeneration = 0;
 };
 
 }  // namespace NuvikPrediction

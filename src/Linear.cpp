@@ -200,35 +200,39 @@ std::map<std::string, Linear::Fraction> Linear::PredictTime(int bucket) const {
 
 double Linear::CounterDenominator() const { return static_cast<double>(std::max(launchTotal, std::int32_t{1})); }
 
+void Linear::RefreshPrediction() {
+  if (lastLaunches.size() < kHistory || predictionValid) return;
+  ComputeScores(currentBucket, scores);
+  scoredSlots = scores.size();
+  predictionValid = true;
+}
+
 // Every score starts at +0.0 and only ever adds finite terms, so it is never
 // -0.0, and a feature that gives a name the value 0 (adding +0.0 or -0.0)
 // leaves its score as it is: only the names a feature reaches are visited.
 // Each score adds its features in the order transitions, previous launches,
 // time, counter.
-void Linear::RefreshPrediction() {
-  if (lastLaunches.size() < kHistory || predictionValid) return;
+void Linear::ComputeScores(int bucket, std::vector<double>& out) const {
   const FeatureWeights& weight = kFeatureWeights;
-  scores.assign(slotNames.size(), 0.0);
+  out.assign(slotNames.size(), 0.0);
   for (int k = 0; k < static_cast<int>(kSteps); ++k) {
     ForEachTransition(k, [&](std::uint32_t slot, double numerator, double denominator) {
-      scores[slot] += Value(numerator, denominator) * weight.transition[k];
+      out[slot] += Value(numerator, denominator) * weight.transition[k];
     });
   }
   for (int k = 0; k < static_cast<int>(kSteps); ++k) {
     const std::int64_t slot = PreviousSlot(k);
-    if (slot >= 0) scores[static_cast<std::size_t>(slot)] += 1.0 * weight.prev[k];
+    if (slot >= 0) out[static_cast<std::size_t>(slot)] += 1.0 * weight.prev[k];
   }
-  const double timeDenominator = TimeNumerators(currentBucket, timeNumerators);
-  for (std::size_t slot = 0; slot < scores.size(); ++slot) {
-    if (timeNumerators[slot] != 0.0) scores[slot] += Value(timeNumerators[slot], timeDenominator) * weight.time;
+  const double timeDenominator = TimeNumerators(bucket, timeNumerators);
+  for (std::size_t slot = 0; slot < out.size(); ++slot) {
+    if (timeNumerators[slot] != 0.0) out[slot] += Value(timeNumerators[slot], timeDenominator) * weight.time;
   }
   const double counterDenominator = CounterDenominator();
-  for (std::size_t slot = 0; slot < scores.size(); ++slot) {
+  for (std::size_t slot = 0; slot < out.size(); ++slot) {
     const std::int32_t* count = CountOf(static_cast<std::uint32_t>(slot));
-    if (count != nullptr) scores[slot] += Value(static_cast<double>(*count), counterDenominator) * weight.counter;
+    if (count != nullptr) out[slot] += Value(static_cast<double>(*count), counterDenominator) * weight.counter;
   }
-  scoredSlots = scores.size();
-  predictionValid = true;
 }
 
 std::map<std::string, double> Linear::Predict() {
@@ -249,13 +253,29 @@ double Linear::GetPrediction(const std::string& app) {
 void Linear::ScoreApps(const std::tm& time, const AppList& apps, double* result) {
   UpdateTime(time);
   RefreshPrediction();
+  CopyScores(apps, scores, scoredSlots, result);
+}
+
+// Without a valid prediction, RefreshPrediction would compute one for the
+// time's bucket, unless the history is too short, when the last one stays.
+void Linear::ScoreAppsAt(const std::tm& time, const AppList& apps, double* result) const {
+  if (predictionValid || lastLaunches.size() < kHistory) {
+    CopyScores(apps, scores, scoredSlots, result);
+    return;
+  }
+  ComputeScores(TimeSlot(time.tm_hour, time.tm_min), scratchScores);
+  CopyScores(apps, scratchScores, scratchScores.size(), result);
+}
+
+void Linear::CopyScores(const AppList& apps, const std::vector<double>& source, std::size_t scored,
+                        double* result) const {
   const auto& slotOf = slotOfApp.Get(apps, dictionaryRevision, [this](const std::string& app) -> std::int64_t {
     const auto entry = strToId.find(app);
     return entry == strToId.end() ? -1 : entry->second.slot;
   });
   for (std::size_t i = 0; i < slotOf.size(); ++i) {
     const std::int64_t slot = slotOf[i];
-    result[i] = slot >= 0 && static_cast<std::size_t>(slot) < scoredSlots ? scores[static_cast<std::size_t>(slot)] : 0.0;
+    result[i] = slot >= 0 && static_cast<std::size_t>(slot) < scored ? source[static_cast<std::size_t>(slot)] : 0.0;
   }
 }
 

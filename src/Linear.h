@@ -53,6 +53,7 @@ class Linear : public Predictor {
   // already replaced. Drops the cached prediction.
   bool DeserializeJson(const Json::Value& value) override;
   void ScoreApps(const std::tm& time, const AppList& apps, double* scores) override;
+  void ScoreAppsAt(const std::tm& time, const AppList& apps, double* scores) const override;
   bool DeserializeJson(const DomValue& value) override;
 
   // Gives app an id if it has none.
@@ -171,6 +172,12 @@ class Linear : public Predictor {
   void IndexLoadedTables();
   // Recomputes the prediction exactly when Predict would.
   void RefreshPrediction();
+  // The score of every name slot for time bucket `bucket`, into `out`.
+  void ComputeScores(int bucket, std::vector<double>& out) const;
+  // result[i] = the score in `source` of apps.names[i]; 0.0 past the first
+  // `scored` slots.
+  void CopyScores(const AppList& apps, const std::vector<double>& source, std::size_t scored,
+                  double* result) const;
   template <typename Value>
   bool ReadJson(const Value& value);
 
@@ -199,7 +206,9 @@ class Linear : public Predictor {
   std::size_t scoredSlots = 0;
   bool predictionValid = false;
   AppListIndex<std::int64_t> slotOfApp;
-  std::vector<double> timeNumerators;
+  // Scratch of ComputeScores and of a prediction that is not kept.
+  mutable std::vector<double> timeNumerators;
+  mutable std::vector<double> scratchScores;
   // Scratch of ForEachTransition for shared names: the last cell per slot.
   mutable std::vector<std::uint64_t> lastCellStamp;
   mutable std::uint64_t cellStamp = 0;

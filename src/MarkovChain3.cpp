@@ -44,6 +44,10 @@ double MarkovChain3::GetPrediction(const std::string& app) {
 
 void MarkovChain3::ScoreApps(const std::tm&, const AppList& apps, double* result) {
   RefreshPrediction();
+  CopyPrediction(apps, result);
+}
+
+void MarkovChain3::CopyPrediction(const AppList& apps, double* result) const {
   const auto& predictionOf =
       predictionOfApp.Get(apps, predictionRevision, [this](const std::string& app) -> const double* {
         const auto it = prediction.find(app);
@@ -52,12 +56,50 @@ void MarkovChain3::ScoreApps(const std::tm&, const AppList& apps, double* result
   for (std::size_t i = 0; i < predictionOf.size(); ++i) result[i] = predictionOf[i] == nullptr ? 0.0 : *predictionOf[i];
 }
 
+void MarkovChain3::ScoreAppsAt(const std::tm& time, const AppList& apps, double* result) const {
+  if (predictionValid) {
+    CopyPrediction(apps, result);
+    return;
+  }
+  if (lastLaunches.size() < kSteps) {
+    std::fill(result, result + apps.names.size(), 0.0);
+    return;
+  }
+  const bool historyNamed = std::all_of(lastLaunches.begin(), lastLaunches.end(),
+                                        [this](const std::string& app) { return strToId.count(app) != 0; });
+  if (!historyNamed || !denseDictionary) {
+    // A computation would first repair the dictionary (only after some
+    // loads): it runs on a copy of the tables.
+    CopyOfTables()->ScoreApps(time, apps, result);
+    return;
+  }
+  ComputeScoresById(scratchScores);
+  const auto& idOf = idOfApp.Get(apps, dictionaryRevision, [this](const std::string& app) -> std::int64_t {
+    const auto it = strToId.find(app);
+    return it == strToId.end() ? -1 : it->second;
+  });
+  for (std::size_t i = 0; i < idOf.size(); ++i) {
+    result[i] = idOf[i] < 0 ? 0.0 : scratchScores[static_cast<std::size_t>(idOf[i])];
+  }
+}
+
+std::unique_ptr<MarkovChain3> MarkovChain3::CopyOfTables() const {
+  auto copy = std::make_unique<MarkovChain3>();
+  copy->markovChain = markovChain;
+  copy->sumMarkovChain = sumMarkovChain;
+  copy->strToId = strToId;
+  copy->idToStr = idToStr;
+  copy->lastLaunches = lastLaunches;
+  return copy;
+}
+
 void MarkovChain3::UpdateDict(const std::string& app) {
   if (strToId.count(app) != 0) return;
   const std::int32_t id = Narrow32(strToId.size());
   strToId.emplace(app, id);
   idToStr[id] = app;
   predictionSlots.clear();
+  ++dictionaryRevision;
 }
 
 void MarkovChain3::CountTransition(std::size_t step, std::int32_t from, std::int32_t to) {
@@ -84,14 +126,8 @@ void MarkovChain3::RefreshPrediction() {
   }
   // After a load the history may name applications the dictionary lacks.
   for (const std::string& app : lastLaunches) UpdateDict(app);
-  const std::size_t count = idToStr.size();
-  scoreById.assign(count, 0.0);
-  double total = 0.0;
-  AddStepProbabilities(scoreById, total);
-  if (total == 0.0 && count > 0) AddTransitionsInto(scoreById, total);
-  if (total != 0.0) {
-    for (double& score : scoreById) score /= total;
-  }
+  ComputeScoresById(scoreById);
+  const std::size_t count = scoreById.size();
   if (predictionSlots.size() == count) {
     // Same names as last time: refill the entries in id order.
     for (std::size_t id = 0; id < count; ++id) *predictionSlots[id] = scoreById[id];
@@ -105,6 +141,17 @@ void MarkovChain3::RefreshPrediction() {
     }
   }
   predictionValid = true;
+}
+
+void MarkovChain3::ComputeScoresById(std::vector<double>& scores) const {
+  const std::size_t count = idToStr.size();
+  scores.assign(count, 0.0);
+  double total = 0.0;
+  AddStepProbabilities(scores, total);
+  if (total == 0.0 && count > 0) AddTransitionsInto(scores, total);
+  if (total != 0.0) {
+    for (double& score : scores) score /= total;
+  }
 }
 
 void MarkovChain3::ClearPrediction() {
@@ -281,6 +328,8 @@ bool MarkovChain3::ReadJson(const Value& model) {
   strToId.clear();
   idToStr.clear();
   predictionSlots.clear();
+  ++dictionaryRevision;
+  denseDictionary = false;
   const Value& dictionary = model[kStrToId];
   if (!IsNonEmptyArray(dictionary)) return false;
   const std::set<std::uint64_t> known = DeserializeStrToId(dictionary);
@@ -288,6 +337,7 @@ bool MarkovChain3::ReadJson(const Value& model) {
   if (known.size() < strToId.size() || known.size() < idToStr.size()) return false;
   if (!VerifyDeserialization(used, known)) return false;
   CalculateSumAfterDeserialization();
+  denseDictionary = IsDense();
   return true;
 }
 
@@ -346,6 +396,18 @@ std::set<std::uint64_t> MarkovChain3::DeserializeStrToId(const Value& dictionary
     idToStr[Narrow32(id)] = app;
   }
   return known;
+}
+
+bool MarkovChain3::IsDense() const {
+  if (idToStr.size() != strToId.size()) return false;
+  if (!idToStr.empty() && (idToStr.begin()->first != 0 || idToStr.rbegin()->first != Narrow32(idToStr.size() - 1))) {
+    return false;
+  }
+  for (const auto& [id, app] : idToStr) {
+    const auto named = strToId.find(app);
+    if (named == strToId.end() || named->second != id) return false;
+  }
+  return true;
 }
 
 bool MarkovChain3::VerifyDeserialization(const std::set<std::uint64_t>& used, const std::set<std::uint64_t>& known) {

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <deque>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
@@ -39,6 +40,7 @@ class MarkovChain3 final : public Predictor {
   // then the transitions, then the dictionary.
   bool DeserializeJson(const Json::Value& value) override;
   void ScoreApps(const std::tm& time, const AppList& apps, double* scores) override;
+  void ScoreAppsAt(const std::tm& time, const AppList& apps, double* scores) const override;
   bool DeserializeJson(const DomValue& value) override;
 
   // Gives `app` the next id unless it has one. After loading sparse ids the
@@ -76,6 +78,16 @@ class MarkovChain3 final : public Predictor {
   void CountTransition(std::size_t step, std::int32_t from, std::int32_t to);
   // Recomputes `prediction` unless it is valid.
   void RefreshPrediction();
+  // The score of every id below the number of named ids, into `scores`; every
+  // name of the history must have an id.
+  void ComputeScoresById(std::vector<double>& scores) const;
+  // result[i] = the score in `prediction` of apps.names[i].
+  void CopyPrediction(const AppList& apps, double* result) const;
+  // A predictor with the same tables and history and no cached prediction.
+  std::unique_ptr<MarkovChain3> CopyOfTables() const;
+  // True when the dictionary's two directions pair the names one to one with
+  // the ids 0 .. n - 1.
+  bool IsDense() const;
   // Empties `prediction`, whose entries then change.
   void ClearPrediction();
   void AddStepProbabilities(std::vector<double>& scores, double& total) const;
@@ -101,6 +113,14 @@ class MarkovChain3 final : public Predictor {
   AppListIndex<const double*> predictionOfApp;
   // Scores by id, kept to spare an allocation per computation.
   std::vector<double> scoreById;
+  // True while IsDense() holds: learning keeps it, a load tells it anew.
+  bool denseDictionary = true;
+  // Changes whenever the dictionary gains a name or is loaded.
+  std::uint64_t dictionaryRevision = 0;
+  // The id of each application of the facade's list; -1 when it has none.
+  AppListIndex<std::int64_t> idOfApp;
+  // Scores of a prediction that is not kept.
+  mutable std::vector<double> scratchScores;
   // Oldest first; at most four names.
   std::deque<std::string> lastLaunches;
 };

@@ -73,11 +73,6 @@ std::uint64_t RankKey(double score) {
   return bits >> 63 != 0 ? ~bits : bits | (std::uint64_t{1} << 63);
 }
 
-double Combine(const std::vector<double>& scores) {
-  if (scores.size() == 2) return scores[1] * 0.9 + scores[0] * 0.1;
-  if (scores.size() == 1) return scores[0];
-  return 0.0;
-}
 
 template <typename Ranked>
 bool RanksHigher(const Ranked& a, const Ranked& b) {
@@ -265,8 +260,10 @@ void Nuvik::ReplaceKnownApps(const std::set<std::string>& apps) {
 
 void Nuvik::PrepareLists(const std::tm& time) {
   const std::size_t count = knownApps.size();
-  nextList.clear();
-  if (count == 0) return;
+  if (count == 0) {
+    nextList.clear();
+    return;
+  }
   // Each slot scores every application at once: the same as asking it for one
   // application after the other, since no slot sees another.
   const AppList apps{knownNames, knownRevision};
@@ -274,29 +271,125 @@ void Nuvik::PrepareLists(const std::tm& time) {
   for (std::size_t slot = 0; slot < predictors.size(); ++slot) {
     predictors[slot]->ScoreApps(time, apps, slotScores.data() + slot * count);
   }
-  appScores.resize(predictors.size());
-  for (std::size_t i = 0; i < count; ++i) {
+  nextList.resize(count);
+  CombineScores(slotScores, [this](std::size_t i, double combined) {
     const AppId app = knownApps[i];
-    const int priority = priorities[app];
-    for (std::size_t slot = 0; slot < predictors.size(); ++slot) {
-      double score = slotScores[slot * count + i];
-      if (priority != 0) score += (1.0 / static_cast<double>(priority)) * kPriorityScale;
-      appScores[slot] = score;
-    }
-    const double combined = Combine(appScores);
     weights[app] = combined;
     weighted[app] = true;
-    nextList.push_back(RankedApp{RankKey(combined), static_cast<std::uint32_t>(i), app});
+    nextList[i] = RankedApp{RankKey(combined), static_cast<std::uint32_t>(i), app};
+  });
+}
+
+// Priorities lift every slot's score before the combination rule. Only one
+// or two slots are read: any other number of slots combines to 0.0. The last
+// name comes first.
+template <typename Use>
+void Nuvik::CombineScores(const std::vector<double>& scores, Use use) const {
+  const std::size_t count = knownApps.size();
+  const auto bonus = [this](std::size_t i) {
+    const int priority = priorities[knownApps[i]];
+    return priority == 0 ? 0.0 : (1.0 / static_cast<double>(priority)) * kPriorityScale;
+  };
+  if (predictors.size() == 1) {
+    for (std::size_t i = count; i-- > 0;) {
+      const double lift = bonus(i);
+      use(i, lift == 0.0 ? scores[i] : scores[i] + lift);
+    }
+  } else if (predictors.size() == 2) {
+    for (std::size_t i = count; i-- > 0;) {
+      const double lift = bonus(i);
+      const double first = lift == 0.0 ? scores[i] : scores[i] + lift;
+      const double second = lift == 0.0 ? scores[count + i] : scores[count + i] + lift;
+      use(i, second * 0.9 + first * 0.1);
+    }
+  } else {
+    for (std::size_t i = count; i-- > 0;) use(i, 0.0);
   }
 }
 
+// The scores of every slot at `time`, as PrepareLists(time) gets them, from
+// predictors that change nothing; not asked when the rule ignores them.
+const std::vector<double>& Nuvik::SlotScoresAt(const std::tm& time) const {
+  const std::size_t count = knownApps.size();
+  if (count == 0 || (predictors.size() != 1 && predictors.size() != 2)) return slotScoresAt;
+  const AppList apps{knownNames, knownRevision};
+  slotScoresAt.resize(count * predictors.size());
+  for (std::size_t slot = 0; slot < predictors.size(); ++slot) {
+    predictors[slot]->ScoreAppsAt(time, apps, slotScoresAt.data() + slot * count);
+  }
+  return slotScoresAt;
+}
+
 std::vector<std::string> Nuvik::GetNext() const {
-  std::vector<std::string> names;
   std::vector<RankedApp> sorted = nextList;
-  std::sort(sorted.begin(), sorted.end(), RanksHigher<RankedApp>);
-  names.reserve(sorted.size());
-  for (const RankedApp& entry : sorted) names.push_back(appNames[entry.app]);
+  return Names(sorted, sorted.size());
+}
+
+std::vector<std::string> Nuvik::Names(std::vector<RankedApp>& list, std::size_t count) const {
+  count = std::min(count, list.size());
+  const auto end = list.begin() + static_cast<std::ptrdiff_t>(count);
+  const auto higher = [](const RankedApp& a, const RankedApp& b) { return RanksHigher(a, b); };
+  if (count == list.size()) {
+    std::sort(list.begin(), list.end(), higher);
+  } else {
+    std::nth_element(list.begin(), end, list.end(), higher);
+    std::sort(list.begin(), end, higher);
+  }
+  std::vector<std::string> names;
+  names.reserve(count);
+  for (auto entry = list.begin(); entry != end; ++entry) names.push_back(appNames[entry->app]);
   return names;
+}
+
+std::vector<std::string> Nuvik::GetNextAt(const std::tm& time) const { return GetNextAt(time, knownApps.size()); }
+
+std::vector<std::string> Nuvik::GetNextAt(const std::tm& time, std::size_t count) const {
+  constexpr std::size_t kShortRow = 32;
+  count = std::min(count, knownApps.size());
+  std::vector<RankedApp>& list = nextListAt;
+  list.clear();
+  if (count == 0) return {};
+  if (count > kShortRow || count == knownApps.size()) {
+    CombineScores(SlotScoresAt(time), [this, &list](std::size_t i, double combined) {
+      list.push_back(RankedApp{RankKey(combined), static_cast<std::uint32_t>(i), knownApps[i]});
+    });
+    return Names(list, count);
+  }
+  // A short row out of many, kept in rank order as the scores come, the last
+  // name first: an application then ranks below every one kept with the same
+  // key, so most cost one comparison with the lowest of the row.
+  list.resize(count);
+  std::size_t kept = 0;
+  CombineScores(SlotScoresAt(time), [this, &list, &kept, count](std::size_t i, double combined) {
+    const std::uint64_t key = RankKey(combined);
+    if (kept == count) {
+      if (key <= list[count - 1].key) return;
+      --kept;
+    }
+    std::size_t j = kept++;
+    for (; j > 0 && list[j - 1].key < key; --j) list[j] = list[j - 1];
+    list[j] = RankedApp{key, static_cast<std::uint32_t>(i), knownApps[i]};
+  });
+  std::vector<std::string> names;
+  names.reserve(count);
+  for (const RankedApp& entry : list) names.push_back(appNames[entry.app]);
+  return names;
+}
+
+std::vector<double> Nuvik::GetWeightsAt(const std::tm& time, const std::vector<std::string>& apps) const {
+  std::vector<double> combined(knownApps.size());
+  CombineScores(SlotScoresAt(time), [&combined](std::size_t i, double score) { combined[i] = score; });
+  std::vector<double> result;
+  result.reserve(apps.size());
+  for (const std::string& app : apps) {
+    AppId id;
+    if (!FindId(app, id)) {
+      result.push_back(0.0);
+    } else {
+      result.push_back(known[id] ? combined[nameRank[id]] : weighted[id] ? weights[id] : 0.0);
+    }
+  }
+  return result;
 }
 
 // The next list places every known application, which leaves none for the
@@ -305,7 +398,11 @@ std::vector<std::string> Nuvik::GetSoon() const { return {}; }
 
 std::vector<std::string> Nuvik::GetKill() const { return {}; }
 
-double Nuvik::GetSoonWeight(const std::vector<double>& scores) const { return Combine(scores); }
+double Nuvik::GetSoonWeight(const std::vector<double>& scores) const {
+  if (scores.size() == 2) return scores[1] * 0.9 + scores[0] * 0.1;
+  if (scores.size() == 1) return scores[0];
+  return 0.0;
+}
 
 double Nuvik::GetWeightSingle(const std::string& app) const {
   AppId id;

@@ -55,6 +55,11 @@ class Predictor {
   // followed by GetPrediction for each application in turn would give. The
   // list is never empty.
   virtual void ScoreApps(const std::tm& time, const AppList& apps, double* scores) = 0;
+  // The scores that ScoreApps(time, apps, scores) would give now, changing
+  // nothing that a later call can tell: what the predictor saves, predicts or
+  // caches stays as it was. Only caches that are pure functions of the state
+  // may be filled.
+  virtual void ScoreAppsAt(const std::tm& time, const AppList& apps, double* scores) const = 0;
   // The same reader over a document parsed by simdjson.
   virtual bool DeserializeJson(const DomValue& value) = 0;
   virtual ~Predictor() = default;
@@ -71,7 +76,7 @@ class AppListIndex {
  public:
   // `find(name)` gives the value of one application.
   template <typename Find>
-  const std::vector<T>& Get(const AppList& apps, std::uint64_t ownRevision, Find find) {
+  const std::vector<T>& Get(const AppList& apps, std::uint64_t ownRevision, Find find) const {
     if (!valid_ || appsRevision_ != apps.revision || ownRevision_ != ownRevision) {
       values_.clear();
       values_.reserve(apps.names.size());
@@ -88,11 +93,13 @@ class AppListIndex {
   std::uint64_t generation() const { return generation_; }
 
  private:
-  bool valid_ = false;
-  std::uint64_t generation_ = 0;
-  std::uint64_t appsRevision_ = 0;
-  std::uint64_t ownRevision_ = 0;
-  std::vector<T> values_;
+  // A cache of what the arguments determine, so Get may fill it from a const
+  // caller.
+  mutable bool valid_ = false;
+  mutable std::uint64_t generation_ = 0;
+  mutable std::uint64_t appsRevision_ = 0;
+  mutable std::uint64_t ownRevision_ = 0;
+  mutable std::vector<T> values_;
 };
 
 }  // namespace NuvikPrediction

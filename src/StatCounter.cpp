@@ -31,7 +31,11 @@ double StatCounter::GetPrediction(const std::string& app) {
   return static_cast<double>(it->second) / static_cast<double>(total);
 }
 
-void StatCounter::ScoreApps(const std::tm&, const AppList& apps, double* scores) {
+void StatCounter::ScoreApps(const std::tm& time, const AppList& apps, double* scores) {
+  ScoreAppsAt(time, apps, scores);
+}
+
+void StatCounter::ScoreAppsAt(const std::tm&, const AppList& apps, double* scores) const {
   const auto& countOf = countOfApp.Get(apps, revision, [this](const std::string& app) -> const std::uint32_t* {
     const auto it = counts.find(app);
     return it == counts.end() ? nullptr : &it->second;

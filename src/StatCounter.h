@@ -27,6 +27,7 @@ class StatCounter : public Predictor {
   // nor null raises Json::LogicError.
   bool DeserializeJson(const Json::Value& value) override;
   void ScoreApps(const std::tm& time, const AppList& apps, double* scores) override;
+  void ScoreAppsAt(const std::tm& time, const AppList& apps, double* scores) const override;
   bool DeserializeJson(const DomValue& value) override;
 
  private:

@@ -74,9 +74,10 @@ RunTotals RunOf(const std::string& label, bool baseline, std::vector<Totals> use
   return run;
 }
 
-std::string Page(const LogSummary& log, const std::vector<RunTotals>& runs, const BootstrapOptions& options = {}) {
+std::string Page(const LogSummary& log, const std::vector<RunTotals>& runs, bool row = false,
+                 const BootstrapOptions& options = {}) {
   std::ostringstream out;
-  WriteHtmlReport(out, log, "--compare a<b&c", runs, options);
+  WriteHtmlReport(out, log, "--compare a<b&c", runs, row, options);
   return out.str();
 }
 
@@ -237,7 +238,7 @@ TEST(HtmlReportTest, StaysSmallForTwentyThousandUsers) {
   log.launchCount = static_cast<std::size_t>(AddUp(runs[0].users, 0).launches);
   log.userNames.resize(kUsers);
   // The page's size does not depend on the number of resamples.
-  const std::string page = Page(log, runs, {20, 1});
+  const std::string page = Page(log, runs, true, {20, 1});
   EXPECT_LT(page.size(), 2u << 20);
   EXPECT_EQ(MalformedPart(page), "");
   EXPECT_NE(page.find("Suggestion row"), std::string::npos);

@@ -1,6 +1,7 @@
 // nuvik-replay: its pieces in process, then the executable as a user runs it.
 #include <sys/wait.h>
 
+#include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -18,6 +19,7 @@
 #include "replay/Errors.h"
 #include "replay/LocalTime.h"
 #include "replay/Replay.h"
+#include "replay/Report.h"
 #include "replay/SampleLog.h"
 
 namespace NuvikReplay {
@@ -31,7 +33,7 @@ const std::vector<std::string> kEnsembles = {"stat_counter", "stat_counter,marko
 const std::string kSample = "'" NUVIK_SAMPLE_LOG "'";
 
 Scores ScoresOf(const Nuvik& nuvik) { return {nuvik.GetCountMetrics(), nuvik.GetSumRecall(), nuvik.GetSumMap()}; }
-Scores ScoresOf(const UserResult& user) { return {user.scored, user.sumRecall, user.sumMap}; }
+Scores ScoresOf(const UserResult& user) { return {user.totals.scored, user.totals.sumRecall, user.totals.sumMap}; }
 
 std::string Format(std::string_view text, std::optional<int> offset = std::nullopt) {
   const ParsedTime time = ParseLaunchTime(text, offset);
@@ -174,26 +176,148 @@ TEST(LaunchLogTest, ReadsChosenUsersAndHandsLaunchesOn) {
 
 TEST(BaselineTest, ScoresAHandCheckedLog) {
   std::string text = "timestamp,app\n";
-  for (const char app : std::string("aaabcdefaf")) text += "2024-03-04 08:00," + std::string(1, app) + "\n";
+  for (const char app : std::string("aaabcdefafd")) text += "2024-03-04 08:00," + std::string(1, app) + "\n";
   const LaunchLog log = ParseLaunchLog(text, "hand", {});
-  // Launches 6 to 10 are scored. Both lists at launch 9 hold f e d c b a in
+  // Launches 6 to 11 are scored. Both lists at launch 9 hold f e d c b a in
   // some order: MRU puts a sixth (a miss), MFU first; at launch 10 both put f
-  // second. Average precisions, of the lists made at launches 1 to 5: [] 0;
-  // [a] against {a b c d} 1/4; [a] against {a b c d e} 1/5; [a] against
-  // {b c d e f} 0; the list of launch 5 against {c d e f a}: MRU [b a]
-  // (1/2)/5, MFU [a b] 1/5.
+  // second, at launch 11 d fourth. Average precisions, of the lists made at
+  // launches 1 to 6: [] 0; [a] against {a b c d} 1/4; [a] against
+  // {a b c d e} 1/5; [a] against {b c d e f} 0; the list of launch 5 against
+  // {c d e f a}: MRU [b a] (1/2)/5, MFU [a b] 1/5; the list of launch 6
+  // against {d e f a}: MRU [c b a] (1/3)/4, MFU [a c b] 1/4.
   ReplayOptions options;
+  const UserResult mru = ReplayBaseline(log, log.users[0], Baseline::kMostRecentlyUsed, options);
   const UserResult mfu = ReplayBaseline(log, log.users[0], Baseline::kMostFrequentlyUsed, options);
-  EXPECT_EQ(ScoresOf(ReplayBaseline(log, log.users[0], Baseline::kMostRecentlyUsed, options)),
-            Scores(5, 1.0, 0.25 + 0.2 + 0.1));
-  EXPECT_EQ(ScoresOf(mfu), Scores(5, 2.0, 0.25 + 0.2 + 0.2));
+  EXPECT_EQ(ScoresOf(mru), Scores(6, 2.0, 0.25 + 0.2 + 0.1 + 1.0 / 3.0 / 4.0));
+  EXPECT_EQ(ScoresOf(mfu), Scores(6, 3.0, 0.25 + 0.2 + 0.2 + 0.25));
   EXPECT_EQ(mfu.knownApps, (std::vector<std::string>{"a", "b", "c", "d", "e", "f"}));
+  // Ranks: MRU 2 and 4, MFU 1, 2 and 4.
+  using Ranks = std::tuple<double, double, double, double, double>;  // hit@1, @3, @5, MRR@5, NDCG@5
+  const auto ranks = [](const UserResult& user) {
+    const Totals& t = user.totals;
+    return Ranks(t.sumHit1, t.sumHit3, t.sumHit5, t.sumMrr5, t.sumNdcg5);
+  };
+  const double ndcg2 = 1.0 / std::log2(3.0);
+  const double ndcg4 = 1.0 / std::log2(5.0);
+  EXPECT_EQ(ranks(mru), Ranks(0.0, 1.0, 2.0, 0.5 + 0.25, ndcg2 + ndcg4));
+  EXPECT_EQ(ranks(mfu), Ranks(1.0, 2.0, 3.0, 1.0 + 0.5 + 0.25, 1.0 + ndcg2 + ndcg4));
+  EXPECT_DOUBLE_EQ(mfu.totals.Mrr5(), 1.75 / 6.0);
 
-  // Without the two repeats of a, eight launches remain; the lists agree and
-  // only the last launch hits, its list of launch 3 [b a] giving (1/2)/5.
+  // Without the two repeats of a, nine launches remain: a b c d e f a f d.
+  // The lists agree; launches 8 and 9 hit, f second and d fourth, with
+  // average precisions 0, 0, (1/2)/5 for [b a] and (1/3)/4 for [c b a].
   options.skipRepeats = true;
   for (const Baseline baseline : {Baseline::kMostRecentlyUsed, Baseline::kMostFrequentlyUsed}) {
-    EXPECT_EQ(ScoresOf(ReplayBaseline(log, log.users[0], baseline, options)), Scores(3, 1.0, 0.1));
+    const UserResult user = ReplayBaseline(log, log.users[0], baseline, options);
+    EXPECT_EQ(ScoresOf(user), Scores(4, 2.0, 0.1 + 1.0 / 3.0 / 4.0));
+    EXPECT_EQ(ranks(user), Ranks(0.0, 1.0, 2.0, 0.5 + 0.25, ndcg2 + ndcg4));
+  }
+}
+
+TEST(BaselineTest, ProfilesHitsByLaunchIndexHourAndDay) {
+  // MRU lists before launches 6 to 9: [a b] (b hits), [b a] (c is new),
+  // [c b a] (a third), [a c b] (a first). Days count calendar dates from
+  // 2024-03-04: launch 3, 70 minutes after the first, is on day 1.
+  const LaunchLog log = ParseLaunchLog("timestamp,app\n2024-03-04 23:00,a\n2024-03-04 23:30,b\n"
+                                       "2024-03-05 00:10,a\n2024-03-05 07:00,b\n2024-03-05 07:20,a\n"
+                                       "2024-03-05 07:40,b\n2024-03-05 08:00,c\n2024-03-07 08:30,a\n"
+                                       "2024-03-07 23:59,a\n",
+                                       "hand", {});
+  const UserResult mru = ReplayBaseline(log, log.users[0], Baseline::kMostRecentlyUsed, {});
+  const Totals& t = mru.totals;
+  EXPECT_EQ(std::make_tuple(t.sumHit1, t.sumHit3, t.sumHit5), std::make_tuple(1.0, 3.0, 3.0));
+  EXPECT_EQ(t.sumMrr5, 0.5 + 1.0 / 3.0 + 1.0);
+  EXPECT_EQ(t.sumNdcg5, 1.0 / std::log2(3.0) + 0.5 + 1.0);
+  const RunProfile& profile = mru.profile;
+  using Counts = std::vector<std::pair<std::uint64_t, std::uint64_t>>;  // scored, hits
+  const auto counts = [](const auto& range) {
+    Counts pairs;
+    for (const HitCount& count : range) pairs.emplace_back(count.scored, count.hits);
+    return pairs;
+  };
+  EXPECT_EQ(counts(profile.byLaunchIndex), (Counts{{4, 3}, {0, 0}, {0, 0}, {0, 0}}));
+  Counts hours(24);
+  hours[7] = {1, 1};
+  hours[8] = {2, 1};
+  hours[23] = {1, 1};
+  EXPECT_EQ(counts(profile.byHour), hours);
+  EXPECT_EQ(counts(profile.byDay), (Counts{{0, 0}, {2, 1}, {0, 0}, {2, 2}}));
+  // Average precisions: [] 0; [a] against {a b} 1/2; [b a] and [a b]
+  // against {a b c} 2/3 each.
+  EXPECT_EQ(profile.firstDate * 86400, ParseLaunchTime("2024-03-04 00:00", {}).seconds);
+  ASSERT_EQ(profile.byDate.size(), 4u);
+  EXPECT_EQ(profile.byDate[1].scored, 2u);
+  EXPECT_EQ(profile.byDate[1].sumMap, 0.5);
+  EXPECT_EQ(profile.byDate[3].sumMap, 2.0 / 3.0 + 2.0 / 3.0);
+  EXPECT_EQ(profile.byDate[3].sumRecall, 2.0);
+
+  // Launch indexes count the user's rows: alternating apps, every scored launch hits.
+  std::string text = "timestamp,app\n";
+  for (int i = 0; i < 1010; ++i) text += std::string("2024-03-04 08:00,") + (i % 2 == 0 ? "a" : "b") + "\n";
+  const LaunchLog alternating = ParseLaunchLog(text, "alternating", {});
+  EXPECT_EQ(counts(ReplayBaseline(alternating, alternating.users[0], Baseline::kMostRecentlyUsed, {})
+                       .profile.byLaunchIndex),
+            (Counts{{45, 45}, {150, 150}, {800, 800}, {10, 10}}));
+}
+
+TEST(ReplayRowTest, ScoresTheRowBesideTheDockOnAHandCheckedLog) {
+  std::string text = "timestamp,app\n";
+  for (const char app : std::string("abacabda")) text += "2024-03-04 08:00," + std::string(1, app) + "\n";
+  const LaunchLog log = ParseLaunchLog(text, "hand", {});
+  // Rows of two beside a dock of two; launches 6 to 8 (b, d, a) are scored.
+  // The dock, the most launched apps: [a c], [a b], [a b]. The lists:
+  // stat_counter's (ties: greater name first) and MFU's [a c b], [a b c],
+  // [a b d c]; MRU's [a c b], [b a c], [d b a c]; the lagging run's, those of
+  // stat_counter one launch behind, [a c b], [a c b], [a b c]. So the rows
+  // are [b], [c], [d c] (MRU, stat_counter, MFU) or [b], [c], [c] (lagging):
+  // b is in the row, a in the dock, d in neither; churn 1 + 2 or 1 + 0. A
+  // stable row keeps c in place at launch 8: [c d], churn 1 + 1.
+  using Row = std::tuple<double, double, double, std::uint64_t>;  // row hits, dock or row hits, churn, churn count
+  const auto rowsOf = [&log](bool stable) {
+    ReplayOptions options;
+    options.lagging = true;
+    options.rowSize = 2;
+    options.dockSize = 2;
+    options.stableRow = stable;
+    std::vector<Row> rows;
+    for (const RunTotals& run : TotalsOf(Replay(log, {ParseEnsemble("stat_counter")}, options))) {
+      const Totals& t = run.total;
+      rows.emplace_back(t.sumRowHit, t.sumDockOrRowHit, t.sumChurn, t.churnCount);
+    }
+    return rows;
+  };
+  EXPECT_EQ(rowsOf(false), (std::vector<Row>{{1, 2, 3, 2}, {1, 2, 1, 2}, {1, 2, 3, 2}, {1, 2, 3, 2}}));
+  EXPECT_EQ(rowsOf(true), (std::vector<Row>{{1, 2, 2, 2}, {1, 2, 1, 2}, {1, 2, 2, 2}, {1, 2, 2, 2}}));
+}
+
+TEST(ReplayProfileTest, EveryRunsProfileAddsUpToItsTotalsOnTheSampleLog) {
+  const LaunchLog log = ReadLaunchLog(NUVIK_SAMPLE_LOG, {});
+  std::vector<Ensemble> ensembles;
+  for (const std::string& text : kEnsembles) ensembles.push_back(ParseEnsemble(text));
+  ReplayOptions options;
+  options.lagging = true;
+  options.jobs = 2;
+  for (const RunTotals& run : TotalsOf(Replay(log, ensembles, options))) {
+    const auto expectSums = [&run](const auto& range, const char* what) {
+      HitCount sum;
+      for (const HitCount& count : range) {
+        sum.scored += count.scored;
+        sum.hits += count.hits;
+      }
+      EXPECT_EQ(sum.scored, run.total.scored) << run.label << ' ' << what;
+      EXPECT_EQ(static_cast<double>(sum.hits), run.total.sumHit5) << run.label << ' ' << what;
+    };
+    expectSums(run.profile.byLaunchIndex, "by launch index");
+    expectSums(run.profile.byHour, "by hour");
+    expectSums(run.profile.byDay, "by day");
+    ScoreSums dates;
+    for (const ScoreSums& date : run.profile.byDate) {
+      dates.scored += date.scored;
+      dates.sumRecall += date.sumRecall;
+    }
+    EXPECT_EQ(dates.scored, run.total.scored);
+    EXPECT_EQ(dates.sumRecall, run.total.sumRecall);
+    EXPECT_EQ(run.profile.byDay.size(), run.profile.byDate.size());  // the users start on one day
   }
 }
 
@@ -241,50 +365,64 @@ TEST_F(ReplayTest, DocumentPathsAndSaveTargets) {
 
 TEST_F(ReplayTest, ReportsTheFacadesOwnMetricsPerUserOnTheSampleLog) {
   const std::string compare = " --compare " + kEnsembles[0] + " " + kEnsembles[1] + " " + kEnsembles[2];
-  const Outcome run = Run(kSample + " --per-user --format json --jobs 2" + compare);
+  const Outcome run = Run(kSample + " --per-user --format json --jobs 2 --lagging" + compare);
   ASSERT_EQ(run.status, 0) << run.errors;
   EXPECT_EQ(run.errors, "");
   const Json::Value results = NuvikPrediction::testing::ParseJson(run.output)["results"];
   const LaunchLog log = ReadLaunchLog(NUVIK_SAMPLE_LOG, {});
   std::map<std::string, AppId> ids;
   for (AppId id = 0; id < log.apps.size(); ++id) ids[log.apps[id]] = id;
-  ASSERT_EQ(results.size(), 5u);
+  const auto idsOf = [&ids](const std::vector<std::string>& names) {
+    std::vector<AppId> list;
+    for (const std::string& app : names) list.push_back(ids.at(app));
+    return list;
+  };
+  ASSERT_EQ(results.size(), 8u);  // each ensemble, then its lagging run; the baselines
   for (Json::ArrayIndex r = 0; r < results.size(); ++r) {
-    const Baseline baseline = r == 3 ? Baseline::kMostRecentlyUsed : Baseline::kMostFrequentlyUsed;
-    EXPECT_EQ(results[r]["name"].asString(), r < 3 ? kEnsembles[r] : BaselineLabel(baseline));
+    const bool ensemble = r < 6;
+    const bool lagging = ensemble && r % 2 == 1;
+    const Baseline baseline = r == 6 ? Baseline::kMostRecentlyUsed : Baseline::kMostFrequentlyUsed;
+    EXPECT_EQ(results[r]["name"].asString(),
+              ensemble ? kEnsembles[r / 2] + (lagging ? " (lagging)" : "") : BaselineLabel(baseline));
     double sumMap = 0.0;
     std::uint64_t scored = 0;
     for (Json::ArrayIndex u = 0; u < log.users.size(); ++u) {
       const Json::Value& user = results[r]["perUser"][u];
       Scores expected;
-      if (r < 3) {
-        Nuvik nuvik(MakeConfig(ParseEnsemble(kEnsembles[r]), false, 0.05));
-        RankingMetrics metrics;  // the baselines' metrics, given the facade's own lists
+      if (ensemble) {
+        // The baselines' metrics, given the facade's lists made for each
+        // launch, and shown before it.
+        Nuvik nuvik(MakeConfig(ParseEnsemble(kEnsembles[r / 2]), false, 0.05));
+        RankingMetrics fresh, behind;
         for (const Launch& launch : log.users[u].launches) {
+          behind.Add(idsOf(nuvik.GetNext()), launch.app);
           nuvik.Update(log.apps[launch.app], ToTm(launch.time));
-          std::vector<AppId> list;
-          for (const std::string& app : nuvik.GetNext()) list.push_back(ids.at(app));
-          metrics.Add(list, launch.app);
+          fresh.Add(idsOf(nuvik.GetNext()), launch.app);
         }
-        expected = ScoresOf(nuvik);
-        EXPECT_EQ(Scores(metrics.count(), metrics.sumRecall(), metrics.sumMap()), expected);
+        const RankingMetrics& metrics = lagging ? behind : fresh;
+        expected = Scores(metrics.count(), metrics.sumRecall(), metrics.sumMap());
+        if (!lagging) {
+          EXPECT_EQ(ScoresOf(nuvik), expected);
+        }
         EXPECT_EQ(user["apps"].asUInt64(), nuvik.GetCountKnownApps());
       } else {
         expected = ScoresOf(ReplayBaseline(log, log.users[u], baseline, {}));
       }
       EXPECT_EQ(user["user"].asString(), log.users[u].name);
       EXPECT_EQ(Scores(user["scored"].asUInt64(), user["sumRecall"].asDouble(), user["sumMap"].asDouble()), expected);
+      EXPECT_EQ(user["sumHit5"], user["sumRecall"]);
       scored += std::get<0>(expected);
       sumMap += std::get<2>(expected);
     }
     EXPECT_EQ(results[r]["sumMap"].asDouble(), sumMap);
     EXPECT_EQ(results[r]["map"].asDouble(), sumMap / static_cast<double>(scored));
+    EXPECT_EQ(results[r]["hitAt5"], results[r]["recallAt5"]);
   }
 
   // Gzip on standard input gives the same numbers.
   const Outcome piped = Run("- --format json" + compare, "gzip -c " + kSample + " | ");
   ASSERT_EQ(piped.status, 0) << piped.errors;
-  EXPECT_EQ(NuvikPrediction::testing::ParseJson(piped.output)["results"][1]["sumMap"], results[1]["sumMap"]);
+  EXPECT_EQ(NuvikPrediction::testing::ParseJson(piped.output)["results"][1]["sumMap"], results[2]["sumMap"]);
   // The built-in log is the sample file; the table shows the same runs.
   const Outcome table = Run(compare);
   ASSERT_EQ(table.status, 0) << table.errors;
@@ -311,6 +449,8 @@ TEST_F(ReplayTest, TracesEachLaunchWithTheTopOfItsList) {
 TEST_F(ReplayTest, ReportsMistakesWithAReasonAndAnExitStatus) {
   EXPECT_EQ(Run("--bogus").status, 2);
   EXPECT_EQ(Run("--compare stat_counter,lineal").status, 2);
+  EXPECT_EQ(Run("--stable").status, 2);  // needs --row
+  EXPECT_EQ(Run("--row 2 --dock -1").errors.rfind("nuvik-replay: --dock: '-1' is not a count\n", 0), 0u);
   const std::string misplaced = Run("--compare stat_counter " + kSample).errors;
   EXPECT_EQ(misplaced.rfind("nuvik-replay: '" NUVIK_SAMPLE_LOG "' is no ensemble: put the log before", 0), 0u);
   EXPECT_EQ(Run(directory_ + "/missing.csv").errors,

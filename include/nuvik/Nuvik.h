@@ -122,7 +122,9 @@ class NUVIK_EXPORT Nuvik {
   //
   // These calls change nothing: every other answer, now and after any later
   // calls (lists, weights, metrics, saved documents), is the same to the bit
-  // as that of a facade never asked.
+  // as that of a facade never asked. Though const, they use the facade's
+  // scratch space: like every call, they must not run while another call on
+  // the same facade runs.
   std::vector<std::string> GetNextAt(const std::tm& time) const;
   // The first `count` applications of GetNextAt(time) (all of them when fewer
   // are known), without ordering the rest.
@@ -183,6 +185,9 @@ class NUVIK_EXPORT Nuvik {
   std::string PrintNuvikInfo() const;
 
  private:
+  // Times a preparation alone, beside GetNextAt.
+  friend class PreparationBench;
+
   using AppId = std::uint32_t;
   // One application of a next list, which ranks by descending (key, rank):
   // its score as a ranking key, then its position in name order. The lists
@@ -197,6 +202,14 @@ class NUVIK_EXPORT Nuvik {
   NUVIK_LOCAL void UpdateModel(const Item& item, AppId app);
   NUVIK_LOCAL void UpdateMetrics(const Item& item, AppId app);
   NUVIK_LOCAL void PrepareLists(const std::tm& time);
+  // Calls use(i, score) with the combined score of every known application
+  // in name order (i), from every slot's scores of them, slot after slot.
+  template <typename Use>
+  NUVIK_LOCAL void CombineScores(const std::vector<double>& scores, Use use) const;
+  NUVIK_LOCAL const std::vector<double>& SlotScoresAt(const std::tm& time) const;
+  // The names of the first `count` entries of `list` in rank order, which it
+  // sorts as far as needed.
+  NUVIK_LOCAL std::vector<std::string> Names(std::vector<RankedApp>& list, std::size_t count) const;
   // Readers of a parsed document (a Json::Value or a DomValue); they change nothing.
   template <typename Value>
   NUVIK_LOCAL bool ProcessJson(const Value& root, std::vector<std::unique_ptr<Predictor>>& loaded,
@@ -247,9 +260,11 @@ class NUVIK_EXPORT Nuvik {
   // The next list of the last preparation, in name order.
   std::vector<RankedApp> nextList;
 
-  // Scratch of a preparation: every slot's scores and one application's.
+  // Scratch of a preparation: every slot's scores.
   std::vector<double> slotScores;
-  std::vector<double> appScores;
+  // Scratch of the rankings for now, which change nothing else.
+  mutable std::vector<double> slotScoresAt;
+  mutable std::vector<RankedApp> nextListAt;
 };
 
 NUVIK_EXPORT std::ostream& operator<<(std::ostream& os, const Nuvik& nuvik);

@@ -21,6 +21,8 @@
 #include <ctime>
 #include <iosfwd>
 #include <string>
+#include <string_view>
+#include <unordered_set>
 #include <vector>
 
 #include "nuvik/Nuvik.h"
@@ -46,22 +48,25 @@ class NUVIK_EXPORT Suggestions {
 
   // The row for `now`: the ranking is model.GetNextAt(now) followed by the
   // request's fallback, and its eligible applications, in that order, are the
-  // candidates. Without `stable`, the row is the first request.count
-  // candidates. It is shorter only when fewer applications are eligible.
+  // candidates; an application's rank is its position among them. Without
+  // `stable`, the row is the first request.count candidates. It is shorter
+  // only when there are fewer candidates.
   //
-  // With `stable`, the previous row (the last one this object made) is the
+  // With `stable`, the previous row (the last one this object made, cut to
+  // request.count slots; a shorter one leaves the slots after it free) is the
   // starting point. Its applications that are still candidates keep their
-  // slots; the others' slots are free. Then the first request.count
-  // candidates that are not in the previous row, the newcomers, come in,
-  // best first: each takes the first free slot, or, when none is left, the
-  // slot of the kept application with the lowest rank, provided that it
-  // ranks at least kStableMargin places below the newcomer (ranks count
-  // candidates); the first newcomer that cannot come in ends the process.
-  // Free slots left (too few candidates) close up. So an application of the
-  // previous row that stays eligible keeps its slot until a newcomer of the
-  // default row outranks it by kStableMargin places.
+  // slots; the others' slots are free, as are those of a name's repeats.
+  // Then the first request.count candidates that are not in the previous
+  // row, the newcomers, come in, best first: each takes the first free slot,
+  // or, when none is left, the slot of the kept application ranked last,
+  // provided that it ranks at least kStableMargin places below the newcomer;
+  // the first newcomer that cannot come in ends the process. Free slots left
+  // (too few candidates) close up. So the row holds as many applications as
+  // without `stable`, and an application of the previous row that is still a
+  // candidate stays in it, in its slot when the row is full, unless a
+  // newcomer of the default row outranks it by kStableMargin places.
   //
-  // Either way the row becomes the previous row.
+  // Either way the row becomes the previous row. The model is only read.
   std::vector<std::string> Row(const Nuvik& model, const std::tm& now, const RowRequest& request);
   // The same rules over a ranking the caller holds, best first (a search's
   // results, another ranker's list).
@@ -77,15 +82,58 @@ class NUVIK_EXPORT Suggestions {
   void ClearDismissed();
 
   // Writes the dismissed applications and the previous row as one line of
-  // JSON.
+  // JSON. Names of any bytes come back exactly: valid UTF-8 is written as it
+  // is, any other byte b as the escape of the lone surrogate U+DC00 + b.
   std::ostream& SerializeJson(std::ostream& os) const;
-  // Reads a document written by SerializeJson. All or nothing: on rejection
-  // badbit is set on `is` and nothing changes.
+  // Reads a document written by SerializeJson, replacing both lists. All or
+  // nothing: on rejection (not such a document, or another version) badbit
+  // is set on `is` and nothing changes.
   std::istream& DeserializeJson(std::istream& is);
 
  private:
-  std::vector<std::string> dismissed_;  // most recent first
+  // A name met while making a row: what the request says of it. Names are
+  // viewed, not copied, in an open-addressing table whose storage is kept
+  // from one row to the next.
+  struct NameEntry {
+    std::string_view name;
+    std::size_t previousSlot;  // its slot in the previous row, while it may keep it
+    unsigned flags;            // zero for an unused entry
+  };
+  class NUVIK_LOCAL NameTable {
+   public:
+    // Empties the table, with room for `names` entries.
+    void Reset(std::size_t names);
+    // The entry of `name`, added when missing.
+    NameEntry& Get(std::string_view name);
+
+   private:
+    // Where `name` is in `entries`, or where it goes.
+    static NameEntry& Probe(std::vector<NameEntry>& entries, std::string_view name);
+    std::vector<NameEntry> entries_;
+    std::vector<NameEntry> spare_;
+    std::size_t size_ = 0;
+  };
+  // A candidate and its rank; for a slot of the row, a null name is a free slot.
+  struct Ranked {
+    const std::string* name;
+    std::size_t rank;
+  };
+
+  // Makes the row from `ranking`, then the fallback. When `ranking` is only
+  // a prefix of the whole (`whole` false), returns false if it does not
+  // settle the row.
+  NUVIK_LOCAL bool MakeRow(const std::vector<std::string>& ranking, bool whole, const RowRequest& request,
+                           std::vector<std::string>& row);
+  NUVIK_LOCAL bool IsEligible(const std::string& app, const NameEntry& entry, bool anyInstalled) const;
+
+  std::vector<std::string> dismissed_;  // least recent first
+  std::unordered_set<std::string> dismissedNames_;
   std::vector<std::string> previousRow_;
+  // Scratch of MakeRow.
+  NameTable names_;
+  std::vector<Ranked> slots_;
+  std::vector<Ranked> newcomers_;
+  std::vector<std::size_t> keptSlots_;
 };
 
 NUVIK_EXPORT std::ostream& operator<<(std::ostream& os, const Suggestions& suggestions);

@@ -1,5 +1,6 @@
-// Uses only the installed public header, without jsoncpp on the include path.
+// Uses only the installed public headers, without jsoncpp on the include path.
 #include <nuvik/Nuvik.h>
+#include <nuvik/Suggestions.h>
 
 #include <iostream>
 #include <sstream>
@@ -11,7 +12,11 @@ int main() {
   std::stringstream document;
   document << nuvik;
   NuvikPrediction::Nuvik loaded;
-  if (!(document >> loaded) || nuvik.GetNext() != std::vector<std::string>{"mail", "chat"}) {
+  NuvikPrediction::Suggestions suggestions;
+  NuvikPrediction::RowRequest request;
+  request.exclude = {"mail"};
+  if (!(document >> loaded) || nuvik.GetNext() != std::vector<std::string>{"mail", "chat"} ||
+      suggestions.Row(nuvik, time, request) != std::vector<std::string>{"chat"}) {
     std::cerr << "consumer: unexpected result\n";
     return 1;
   }

@@ -45,7 +45,7 @@ std::vector<Curve> RunningCurves(const LaunchLog& log, const std::vector<RunResu
       if (score.scored) {
         ++scored;
         sumMap += score.averagePrecision;
-        sumRecall += score.hit ? 1.0 : 0.0;
+        sumRecall += score.hit() ? 1.0 : 0.0;
       }
       const double count = scored == 0 ? std::numeric_limits<double>::quiet_NaN() : static_cast<double>(scored);
       curve.map.push_back(sumMap / count);

@@ -139,14 +139,11 @@ Axis ValueAxis(const std::string& title, const std::vector<double>& values, doub
 class Page {
  public:
   Page(std::ostream& out, const LogSummary& log, const std::string& options, const std::vector<RunTotals>& runs,
-       const BootstrapOptions& bootstrap)
-      : out_(out), log_(log), options_(options), runs_(runs), bootstrap_(bootstrap) {
+       bool row, const BootstrapOptions& bootstrap)
+      : out_(out), log_(log), options_(options), runs_(runs), row_(row), bootstrap_(bootstrap) {
     for (const RunTotals& run : runs) keys_.push_back({run.label, run.baseline});
     strokes_ = StrokesOf(keys_);
-    for (const RunTotals& run : runs) {
-      scored_ += run.total.scored;
-      hasRow_ = hasRow_ || run.total.churnCount > 0 || run.total.sumRowHit > 0.0 || run.total.sumDockOrRowHit > 0.0;
-    }
+    for (const RunTotals& run : runs) scored_ += run.total.scored;
     for (std::size_t u = 0; u < log.userNames.size(); ++u) {
       const auto scored = [u](const RunTotals& run) { return u < run.users.size() && run.users[u].scored > 0; };
       if (std::any_of(runs.begin(), runs.end(), scored)) ++scoredUsers_;
@@ -175,7 +172,7 @@ class Page {
       WritePaired();
       WriteLearning();
       WriteHours();
-      if (hasRow_) WriteRow();
+      if (row_) WriteRow();
       WriteRunning();
     }
     out_ << "</body>\n</html>\n";
@@ -417,15 +414,20 @@ class Page {
       hits.push_back(run.total.RowHit());
       churns.push_back(run.total.churnCount == 0 ? kNaN : run.total.Churn());
     }
-    out_ << "<h2 id=\"row\">Suggestion row</h2>\n<figure>\n";
-    Axis churn = ValueAxis("churn: row positions changed per launch", churns, 0.5);
-    Axis hit = ValueAxis("row hit rate", hits, 0.5);
-    hit.high = std::min(hit.high, 1.0);
-    WriteScatter(out_, churn, hit, keys_, strokes_, churns, hits);
-    out_ << "<figcaption>Per run, the share of scored launches whose app was in the suggestion row shown for it, "
-            "against churn: the positions at which the row differs from the one shown before the previous launch, "
-            "per launch. Up and left is better.</figcaption>\n</figure>\n<table>\n<tr><th>run</th><th>row hit</th>"
-            "<th>dock or row hit</th><th>churn</th></tr>\n";
+    out_ << "<h2 id=\"row\">Suggestion row</h2>\n";
+    bool any = false;
+    for (std::size_t r = 0; r < runs_.size(); ++r) any = any || !(std::isnan(hits[r]) || std::isnan(churns[r]));
+    if (any) {
+      Axis churn = ValueAxis("churn: row positions changed per launch", churns, 0.5);
+      Axis hit = ValueAxis("row hit rate", hits, 0.5);
+      hit.high = std::min(hit.high, 1.0);
+      out_ << "<figure>\n";
+      WriteScatter(out_, churn, hit, keys_, strokes_, churns, hits);
+      out_ << "<figcaption>Per run, the share of scored launches whose app was in the suggestion row shown for "
+              "it, against churn: the positions at which the row differs from the one shown before the previous "
+              "launch, per launch. Up and left is better.</figcaption>\n</figure>\n";
+    }
+    out_ << "<table>\n<tr><th>run</th><th>row hit</th><th>dock or row hit</th><th>churn</th></tr>\n";
     for (const RunTotals& run : runs_) {
       out_ << "<tr><td>" << EscapeXml(run.label) << "</td><td>" << Value(run.total.RowHit(), 4) << "</td><td>"
            << Value(run.total.DockOrRowHit(), 4) << "</td><td>"
@@ -457,12 +459,12 @@ class Page {
   const LogSummary& log_;
   const std::string& options_;
   const std::vector<RunTotals>& runs_;
+  const bool row_;
   const BootstrapOptions bootstrap_;
   std::vector<RunKey> keys_;
   std::vector<Stroke> strokes_;
   std::uint64_t scored_ = 0;
   std::size_t scoredUsers_ = 0;
-  bool hasRow_ = false;
   std::size_t best_ = kNoRun;
   std::size_t mostRecent_ = kNoRun;
 };
@@ -470,8 +472,8 @@ class Page {
 }  // namespace
 
 void WriteHtmlReport(std::ostream& out, const LogSummary& log, const std::string& options,
-                     const std::vector<RunTotals>& runs, const BootstrapOptions& bootstrap) {
-  Page(out, log, options, runs, bootstrap).Write();
+                     const std::vector<RunTotals>& runs, bool row, const BootstrapOptions& bootstrap) {
+  Page(out, log, options, runs, row, bootstrap).Write();
 }
 
 }  // namespace NuvikReplay

@@ -18,10 +18,11 @@
 
 namespace NuvikReplay {
 
-// `options` is the replay's options as the reader should see them. Each run
-// must hold one Totals per user of `log`.
+// `options` is the replay's options as the reader should see them; `row`
+// says that it was replayed with a suggestion row. Each run holds one Totals
+// per user of `log`.
 void WriteHtmlReport(std::ostream& out, const LogSummary& log, const std::string& options,
-                     const std::vector<RunTotals>& runs, const BootstrapOptions& bootstrap = {});
+                     const std::vector<RunTotals>& runs, bool row, const BootstrapOptions& bootstrap = {});
 
 }  // namespace NuvikReplay
 

@@ -148,6 +148,8 @@ std::tm ToTm(LocalSeconds time) {
   return result;
 }
 
+std::int64_t DateOf(LocalSeconds time) { return FloorDiv(time, kSecondsPerDay); }
+
 std::string FormatLocalTime(LocalSeconds time) {
   const std::tm tm = ToTm(time);
   char text[40];

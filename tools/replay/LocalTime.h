@@ -28,6 +28,9 @@ std::optional<int> ParseUtcOffset(std::string_view text);
 
 std::tm ToTm(LocalSeconds time);
 
+// The calendar date of `time` as days since 1970-01-01.
+std::int64_t DateOf(LocalSeconds time);
+
 // "YYYY-MM-DD HH:MM:SS".
 std::string FormatLocalTime(LocalSeconds time);
 

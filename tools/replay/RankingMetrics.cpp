@@ -29,12 +29,10 @@ LaunchScore RankingMetrics::Add(const std::vector<AppId>& list, AppId app) {
   LaunchScore score;
   if (recent_.size() == kWindow) {
     score.scored = true;
-    const std::size_t top = std::min<std::size_t>(list.size(), kWindow);
-    score.hit = std::find(list.begin(), list.begin() + static_cast<std::ptrdiff_t>(top), app) !=
-                list.begin() + static_cast<std::ptrdiff_t>(top);
+    score.rank = RankAtFive(list, app);
     score.averagePrecision = AveragePrecision(lists_.front(), recent_);
     ++count_;
-    if (score.hit) sumRecall_ += 1.0;
+    if (score.hit()) sumRecall_ += 1.0;
     sumMap_ += score.averagePrecision;
     recent_.pop_front();
     lists_.pop_front();

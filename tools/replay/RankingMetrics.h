@@ -9,6 +9,8 @@
 #ifndef NUVIK_TOOLS_REPLAY_RANKING_METRICS_H_
 #define NUVIK_TOOLS_REPLAY_RANKING_METRICS_H_
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <vector>
@@ -17,11 +19,24 @@
 
 namespace NuvikReplay {
 
+// The place of `app` among the first five of `list`, counted from 1; 0 when
+// it is not there.
+template <typename App>
+std::size_t RankAtFive(const std::vector<App>& list, const App& app) {
+  const std::size_t top = std::min<std::size_t>(list.size(), 5);
+  for (std::size_t i = 0; i < top; ++i) {
+    if (list[i] == app) return i + 1;
+  }
+  return 0;
+}
+
 // What one launch added to the metrics.
 struct LaunchScore {
   bool scored = false;
-  bool hit = false;  // recall at five
+  std::size_t rank = 0;  // RankAtFive of its list
   double averagePrecision = 0.0;
+
+  bool hit() const { return rank != 0; }  // recall at five
 };
 
 class RankingMetrics {

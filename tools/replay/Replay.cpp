@@ -2,16 +2,20 @@
 
 #include <algorithm>
 #include <chrono>
+#include <mutex>
 #include <numeric>
 #include <optional>
 #include <ostream>
 #include <thread>
+#include <unordered_map>
 
 #include <nuvik/Nuvik.h>
 
 #include "replay/Documents.h"
 #include "replay/Errors.h"
 #include "replay/LocalTime.h"
+#include "replay/RowTally.h"
+#include "replay/ScoreTally.h"
 
 namespace NuvikReplay {
 
@@ -64,10 +68,80 @@ void TraceLaunch(std::ostream& trace, const std::string& label, const UserLog& u
   trace << '\n';
 }
 
+// The log's ids of the names a user's facade lists: those of the user's
+// launches, and ids past the log's for names the user never launches (known
+// from a loaded document).
+class UserAppIds {
+ public:
+  UserAppIds(const LaunchLog& log, const UserLog& user) : next_(static_cast<AppId>(log.apps.size())) {
+    for (const Launch& launch : user.launches) ids_.emplace(log.apps[launch.app], launch.app);
+  }
+
+  std::vector<AppId> Of(const std::vector<std::string>& names) {
+    std::vector<AppId> ids;
+    ids.reserve(names.size());
+    for (const std::string& name : names) {
+      const auto [entry, added] = ids_.try_emplace(name, next_);
+      if (added) ++next_;
+      ids.push_back(entry->second);
+    }
+    return ids;
+  }
+
+ private:
+  std::unordered_map<std::string, AppId> ids_;
+  AppId next_;
+};
+
+// A run scored by RankingMetrics on lists the tool holds: a baseline's own,
+// or the lists a facade showed one launch behind.
+class ListRun {
+ public:
+  ListRun(const LaunchLog& log, const UserLog& user, UserResult& result, const ReplayOptions& options)
+      : user_(user), result_(result), tally_(user, result.totals, result.profile), keepScores_(options.keepScores) {
+    if (options.rowSize != 0) rows_.emplace(log, options.rowSize, options.dockSize, options.stableRow);
+    if (keepScores_) result_.scores.reserve(user.launches.size());
+  }
+
+  bool showsRow() const { return rows_.has_value(); }
+
+  // Before an accepted launch: the row made from `ranking`, best first.
+  void ShowRow(const std::vector<std::string>& ranking) { rows_->Show(ranking); }
+
+  // The user's launch `index` (from 0), accepted, ranked in `list`.
+  void Score(std::size_t index, const std::vector<AppId>& list) {
+    const Launch& launch = user_.launches[index];
+    const LaunchScore score = metrics_.Add(list, launch.app);
+    if (score.scored) tally_.Add(index + 1, launch.time, score.rank, score.averagePrecision);
+    if (rows_) rows_->Launch(launch.app, score.scored, result_.totals);
+    if (keepScores_) result_.scores.push_back(score);
+  }
+  // A launch skipped as a repeat.
+  void Skip() {
+    if (keepScores_) result_.scores.emplace_back();
+  }
+
+  void Finish() {
+    result_.totals.users = 1;
+    result_.totals.launches = user_.launches.size();
+    result_.totals.scored = metrics_.count();
+    result_.totals.sumMap = metrics_.sumMap();
+    result_.totals.sumRecall = metrics_.sumRecall();
+  }
+
+ private:
+  const UserLog& user_;
+  UserResult& result_;
+  RankingMetrics metrics_;
+  ScoreTally tally_;
+  std::optional<RowTally> rows_;
+  bool keepScores_;
+};
+
 }  // namespace
 
 UserResult ReplayUser(const LaunchLog& log, const UserLog& user, const Ensemble& ensemble,
-                      const ReplayOptions& options) {
+                      const ReplayOptions& options, UserResult* lagging) {
   NuvikPrediction::Nuvik nuvik(MakeConfig(ensemble, options.skipRepeats, options.killThreshold));
   UserResult result;
   if (!options.loadTarget.empty()) {
@@ -79,38 +153,66 @@ UserResult ReplayUser(const LaunchLog& log, const UserLog& user, const Ensemble&
                              ": the document's predictors replace the configured ones: " + nuvik.PrintNuvikInfo());
     }
   }
+  ScoreTally tally(user, result.totals, result.profile);
+  std::optional<RowTally> rows;
+  if (options.rowSize != 0) rows.emplace(log, options.rowSize, options.dockSize, options.stableRow);
+  std::optional<ListRun> behind;
+  std::optional<UserAppIds> ids;
+  if (lagging != nullptr) {
+    *lagging = UserResult();
+    behind.emplace(log, user, *lagging, options);
+    ids.emplace(log, user);
+  }
   ProgressReporter progress(options.progress);
   Clock::duration busy{};
   const std::string* lastApp = nullptr;
+  std::vector<std::string> shown;  // what GetNext() answers: the list of the last accepted launch
   if (options.keepScores) result.scores.reserve(user.launches.size());
-  for (const Launch& launch : user.launches) {
+  for (std::size_t i = 0; i < user.launches.size(); ++i) {
+    const Launch& launch = user.launches[i];
     const std::string& app = log.apps[launch.app];
     const bool skipped = options.skipRepeats && lastApp != nullptr && *lastApp == app;
     const std::uint64_t countBefore = nuvik.GetCountMetrics();
     const double mapBefore = nuvik.GetSumMap();
-    const double recallBefore = nuvik.GetSumRecall();
     const std::tm time = ToTm(launch.time);
+    if (!skipped && rows) rows->Show(nuvik, time);
+    if (!skipped && behind && behind->showsRow()) behind->ShowRow(shown);
 
     const Clock::time_point start = Clock::now();
     nuvik.Update(app, time);
     busy += Clock::now() - start;
 
-    if (!skipped) lastApp = &app;
-    if (options.keepScores) {
-      const bool scored = nuvik.GetCountMetrics() != countBefore;
-      result.scores.push_back({scored, nuvik.GetSumRecall() != recallBefore, nuvik.GetSumMap() - mapBefore});
+    LaunchScore score;
+    if (skipped) {
+      if (behind) behind->Skip();
+    } else {
+      lastApp = &app;
+      std::vector<std::string> next = nuvik.GetNext();
+      score = {nuvik.GetCountMetrics() != countBefore, RankAtFive(next, app), nuvik.GetSumMap() - mapBefore};
+      if (score.scored) tally.Add(i + 1, launch.time, score.rank, score.averagePrecision);
+      if (rows) rows->Launch(launch.app, score.scored, result.totals);
+      if (behind) behind->Score(i, ids->Of(shown));
+      shown = std::move(next);
     }
-    if (options.trace != nullptr) {
-      TraceLaunch(*options.trace, ensemble.label, user, launch, app, skipped, nuvik.GetNext());
-    }
+    if (options.keepScores) result.scores.push_back(score);
+    if (options.trace != nullptr) TraceLaunch(*options.trace, ensemble.label, user, launch, app, skipped, shown);
     progress.Tick();
   }
-  result.launches = user.launches.size();
-  result.scored = nuvik.GetCountMetrics();
-  result.sumMap = nuvik.GetSumMap();
-  result.sumRecall = nuvik.GetSumRecall();
-  result.seconds = Seconds(busy);
+  Totals& totals = result.totals;
+  totals.users = 1;
+  totals.launches = user.launches.size();
+  totals.scored = nuvik.GetCountMetrics();
+  totals.sumMap = nuvik.GetSumMap();
+  totals.sumRecall = nuvik.GetSumRecall();
+  totals.seconds = Seconds(busy);
   for (const auto& entry : nuvik.GetAllWeights()) result.knownApps.push_back(entry.first);
+  totals.apps = result.knownApps.size();
+  if (behind) {
+    behind->Finish();
+    lagging->totals.seconds = totals.seconds;
+    lagging->totals.apps = totals.apps;
+    lagging->knownApps = result.knownApps;
+  }
   if (options.keepDocuments) {
     result.document = SerializeDocument(nuvik);
     if (!IsLoadable(result.document)) {
@@ -124,47 +226,65 @@ UserResult ReplayUser(const LaunchLog& log, const UserLog& user, const Ensemble&
 
 UserResult ReplayBaseline(const LaunchLog& log, const UserLog& user, Baseline baseline, const ReplayOptions& options) {
   BaselineRanker ranker(baseline);
-  RankingMetrics metrics;
   UserResult result;
+  ListRun run(log, user, result, options);
+  std::vector<std::string> names;
   ProgressReporter progress(options.progress);
   Clock::duration busy{};
   std::optional<AppId> lastApp;
-  if (options.keepScores) result.scores.reserve(user.launches.size());
-  for (const Launch& launch : user.launches) {
-    LaunchScore score;
-    if (!options.skipRepeats || lastApp != launch.app) {
+  for (std::size_t i = 0; i < user.launches.size(); ++i) {
+    const AppId app = user.launches[i].app;
+    if (options.skipRepeats && lastApp == app) {
+      run.Skip();
+    } else {
       const Clock::time_point start = Clock::now();
-      score = metrics.Add(ranker.Ranking(), launch.app);
-      ranker.Learn(launch.app);
+      const std::vector<AppId>& ranking = ranker.Ranking();
       busy += Clock::now() - start;
-      lastApp = launch.app;
+      if (run.showsRow()) {
+        names.clear();
+        for (const AppId ranked : ranking) names.push_back(log.apps[ranked]);
+        run.ShowRow(names);
+      }
+      run.Score(i, ranking);
+      const Clock::time_point learning = Clock::now();
+      ranker.Learn(app);
+      busy += Clock::now() - learning;
+      lastApp = app;
     }
-    if (options.keepScores) result.scores.push_back(score);
     progress.Tick();
   }
-  result.launches = user.launches.size();
-  result.scored = metrics.count();
-  result.sumMap = metrics.sumMap();
-  result.sumRecall = metrics.sumRecall();
-  result.seconds = Seconds(busy);
+  run.Finish();
+  result.totals.seconds = Seconds(busy);
   for (const AppId app : ranker.Ranking()) result.knownApps.push_back(log.apps[app]);
   std::sort(result.knownApps.begin(), result.knownApps.end());
+  result.totals.apps = result.knownApps.size();
   return result;
 }
 
 std::vector<RunResult> Replay(const LaunchLog& log, const std::vector<Ensemble>& ensembles,
                               const ReplayOptions& options) {
   const Baseline baselines[] = {Baseline::kMostRecentlyUsed, Baseline::kMostFrequentlyUsed};
+  // One replay per ensemble and baseline: replay r fills runs[firstRun[r]]
+  // and, for an ensemble with options.lagging, the lagging run after it.
   std::vector<RunResult> runs;
-  for (const Ensemble& ensemble : ensembles) runs.push_back({ensemble.label, false, {}});
-  for (const Baseline baseline : baselines) runs.push_back({BaselineLabel(baseline), true, {}});
+  std::vector<std::size_t> firstRun;
+  for (const Ensemble& ensemble : ensembles) {
+    firstRun.push_back(runs.size());
+    runs.push_back({ensemble.label, false, {}, {}});
+    if (options.lagging) runs.push_back({ensemble.label + " (lagging)", false, {}, {}});
+  }
+  for (const Baseline baseline : baselines) {
+    firstRun.push_back(runs.size());
+    runs.push_back({BaselineLabel(baseline), true, {}, {}});
+  }
   const std::size_t userCount = log.users.size();
   for (RunResult& run : runs) run.users.resize(userCount);
 
-  // Task t replays user t % userCount through run t / userCount. With several
-  // jobs the longest users go first, so that the last task to end is short.
+  // Task t replays user t % userCount through replay t / userCount. With
+  // several jobs the longest users go first, so that the last task to end is
+  // short.
   const unsigned jobs = options.trace != nullptr ? 1 : std::max(1u, options.jobs);
-  std::vector<std::size_t> tasks(runs.size() * userCount);
+  std::vector<std::size_t> tasks(firstRun.size() * userCount);
   std::iota(tasks.begin(), tasks.end(), 0);
   if (jobs > 1) {
     std::stable_sort(tasks.begin(), tasks.end(), [&](std::size_t a, std::size_t b) {
@@ -174,17 +294,32 @@ std::vector<RunResult> Replay(const LaunchLog& log, const std::vector<Ensemble>&
   std::vector<std::string> errors(tasks.size());
   std::atomic<std::size_t> next{0};
   std::atomic<bool> failed{false};
+  // Each user's profile joins its run's as soon as the user is replayed.
+  std::mutex profiles;
+  const auto addProfile = [&profiles](RunResult& run, UserResult& user) {
+    const std::lock_guard<std::mutex> lock(profiles);
+    run.profile.Add(user.profile);
+    user.profile = RunProfile();
+  };
   const auto work = [&] {
     while (!failed) {
       const std::size_t i = next++;
       if (i >= tasks.size()) return;
       const std::size_t task = tasks[i];
-      const std::size_t runIndex = task / userCount;
-      const UserLog& user = log.users[task % userCount];
+      const std::size_t replay = task / userCount;
+      const std::size_t u = task % userCount;
+      RunResult& run = runs[firstRun[replay]];
       try {
-        runs[runIndex].users[task % userCount] =
-            runIndex < ensembles.size() ? ReplayUser(log, user, ensembles[runIndex], options)
-                                        : ReplayBaseline(log, user, baselines[runIndex - ensembles.size()], options);
+        if (replay >= ensembles.size()) {
+          run.users[u] = ReplayBaseline(log, log.users[u], baselines[replay - ensembles.size()], options);
+        } else if (options.lagging) {
+          RunResult& lagging = runs[firstRun[replay] + 1];
+          run.users[u] = ReplayUser(log, log.users[u], ensembles[replay], options, &lagging.users[u]);
+          addProfile(lagging, lagging.users[u]);
+        } else {
+          run.users[u] = ReplayUser(log, log.users[u], ensembles[replay], options);
+        }
+        addProfile(run, run.users[u]);
       } catch (const std::exception& error) {
         errors[task] = error.what();
         failed = true;

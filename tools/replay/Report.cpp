@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <iterator>
 #include <ostream>
 #include <set>
 #include <string>
@@ -43,28 +42,34 @@ std::string Plural(std::size_t count, const char* one, const char* many) {
 
 std::string UserName(const std::string& name) { return name.empty() ? "(no user column)" : name; }
 
-void PrintTable(std::ostream& out, const std::vector<Row>& rows) {
-  static const char* const kHeaders[] = {"ensemble", "users", "launches", "scored",
-                                         "apps",     "MAP",   "recall@5", "µs/launch"};
-  constexpr std::size_t kColumns = sizeof kHeaders / sizeof kHeaders[0];
+void PrintTable(std::ostream& out, const std::vector<Row>& rows, bool withRow) {
+  std::vector<std::string> headers = {"ensemble", "users", "launches", "scored", "apps", "MAP", "recall@5", "hit@1",
+                                      "MRR@5"};
+  if (withRow) headers.insert(headers.end(), {"row hit", "dock|row", "churn"});
+  headers.push_back("µs/launch");
+  const std::size_t columns = headers.size();
   std::vector<std::vector<std::string>> cells;
-  for (const Row& row : rows) {
-    const Totals& t = row.totals;
-    cells.push_back({row.label, std::to_string(t.users), std::to_string(t.launches), std::to_string(t.scored),
-                     std::to_string(t.apps), Fixed(t.Map(), 4), Fixed(t.Recall(), 4), Fixed(t.MicrosPerLaunch(), 2)});
+  for (const Row& entry : rows) {
+    const Totals& t = entry.totals;
+    std::vector<std::string> line = {entry.label,           std::to_string(t.users), std::to_string(t.launches),
+                                     std::to_string(t.scored), std::to_string(t.apps), Fixed(t.Map(), 4),
+                                     Fixed(t.Recall(), 4),  Fixed(t.Hit1(), 4),      Fixed(t.Mrr5(), 4)};
+    if (withRow) line.insert(line.end(), {Fixed(t.RowHit(), 4), Fixed(t.DockOrRowHit(), 4), Fixed(t.Churn(), 3)});
+    line.push_back(Fixed(t.MicrosPerLaunch(), 2));
+    cells.push_back(std::move(line));
   }
-  std::size_t widths[kColumns];
-  for (std::size_t c = 0; c < kColumns; ++c) {
-    widths[c] = DisplayWidth(kHeaders[c]);
+  std::vector<std::size_t> widths(columns);
+  for (std::size_t c = 0; c < columns; ++c) {
+    widths[c] = DisplayWidth(headers[c]);
     for (const auto& line : cells) widths[c] = std::max(widths[c], DisplayWidth(line[c]));
   }
   std::size_t total = 0;
-  for (std::size_t c = 0; c < kColumns; ++c) total += widths[c] + (c == 0 ? 0 : 2);
+  for (std::size_t c = 0; c < columns; ++c) total += widths[c] + (c == 0 ? 0 : 2);
   const auto printLine = [&](const std::vector<std::string>& line) {
-    for (std::size_t c = 0; c < kColumns; ++c) out << (c == 0 ? "" : "  ") << Pad(line[c], widths[c], c != 0);
+    for (std::size_t c = 0; c < columns; ++c) out << (c == 0 ? "" : "  ") << Pad(line[c], widths[c], c != 0);
     out << '\n';
   };
-  printLine(std::vector<std::string>(std::begin(kHeaders), std::end(kHeaders)));
+  printLine(headers);
   for (std::size_t r = 0; r < rows.size(); ++r) {
     if (rows[r].baseline && (r == 0 || !rows[r - 1].baseline)) out << std::string(total, '-') << '\n';
     printLine(cells[r]);
@@ -97,26 +102,28 @@ std::string JsonNumber(double value) {
   return text;
 }
 
-std::string JsonTotals(const Totals& t) {
-  return "\"launches\": " + std::to_string(t.launches) + ", \"scored\": " + std::to_string(t.scored) +
-         ", \"apps\": " + std::to_string(t.apps) + ", \"map\": " + JsonNumber(t.Map()) +
-         ", \"recallAt5\": " + JsonNumber(t.Recall()) + ", \"sumMap\": " + JsonNumber(t.sumMap) +
-         ", \"sumRecall\": " + JsonNumber(t.sumRecall) + ", \"microsPerLaunch\": " + JsonNumber(t.MicrosPerLaunch());
+std::string JsonTotals(const Totals& t, bool row) {
+  std::string json = "\"launches\": " + std::to_string(t.launches) + ", \"scored\": " + std::to_string(t.scored) +
+                     ", \"apps\": " + std::to_string(t.apps) + ", \"map\": " + JsonNumber(t.Map()) +
+                     ", \"recallAt5\": " + JsonNumber(t.Recall()) + ", \"hitAt1\": " + JsonNumber(t.Hit1()) +
+                     ", \"hitAt3\": " + JsonNumber(t.Hit3()) + ", \"hitAt5\": " + JsonNumber(t.Hit5()) +
+                     ", \"mrrAt5\": " + JsonNumber(t.Mrr5()) + ", \"ndcgAt5\": " + JsonNumber(t.Ndcg5()) +
+                     ", \"sumMap\": " + JsonNumber(t.sumMap) + ", \"sumRecall\": " + JsonNumber(t.sumRecall) +
+                     ", \"sumHit1\": " + JsonNumber(t.sumHit1) + ", \"sumHit3\": " + JsonNumber(t.sumHit3) +
+                     ", \"sumHit5\": " + JsonNumber(t.sumHit5) + ", \"sumMrr5\": " + JsonNumber(t.sumMrr5) +
+                     ", \"sumNdcg5\": " + JsonNumber(t.sumNdcg5);
+  if (row) {
+    json += ", \"rowHit\": " + JsonNumber(t.RowHit()) + ", \"dockOrRowHit\": " + JsonNumber(t.DockOrRowHit()) +
+            ", \"churn\": " + JsonNumber(t.Churn()) + ", \"sumRowHit\": " + JsonNumber(t.sumRowHit) +
+            ", \"sumDockOrRowHit\": " + JsonNumber(t.sumDockOrRowHit) + ", \"sumChurn\": " + JsonNumber(t.sumChurn) +
+            ", \"churnCount\": " + std::to_string(t.churnCount);
+  }
+  return json + ", \"microsPerLaunch\": " + JsonNumber(t.MicrosPerLaunch());
 }
 
 }  // namespace
 
-Totals TotalOf(const UserResult& user) {
-  Totals totals;
-  totals.users = 1;
-  totals.launches = user.launches;
-  totals.scored = user.scored;
-  totals.apps = user.knownApps.size();
-  totals.sumMap = user.sumMap;
-  totals.sumRecall = user.sumRecall;
-  totals.seconds = user.seconds;
-  return totals;
-}
+Totals TotalOf(const UserResult& user) { return user.totals; }
 
 Totals AddUp(const std::vector<Totals>& users, std::size_t apps) {
   Totals totals;
@@ -178,34 +185,39 @@ std::vector<RunTotals> TotalsOf(const std::vector<RunResult>& runs) {
     entry.baseline = run.baseline;
     entry.total = TotalOf(run);
     for (const UserResult& user : run.users) entry.users.push_back(TotalOf(user));
+    entry.profile = run.profile;
   }
   return totals;
 }
 
-void PrintTables(std::ostream& out, const LaunchLog& log, const std::vector<RunResult>& runs, bool perUser) {
-  PrintTables(out, SummaryOf(log), TotalsOf(runs), perUser);
+void PrintTables(std::ostream& out, const LaunchLog& log, const std::vector<RunResult>& runs,
+                 const ReportOptions& options) {
+  PrintTables(out, SummaryOf(log), TotalsOf(runs), options);
 }
 
-void PrintJson(std::ostream& out, const LaunchLog& log, const std::vector<RunResult>& runs, bool perUser) {
-  PrintJson(out, SummaryOf(log), TotalsOf(runs), perUser);
+void PrintJson(std::ostream& out, const LaunchLog& log, const std::vector<RunResult>& runs,
+               const ReportOptions& options) {
+  PrintJson(out, SummaryOf(log), TotalsOf(runs), options);
 }
 
-void PrintTables(std::ostream& out, const LogSummary& log, const std::vector<RunTotals>& runs, bool perUser) {
+void PrintTables(std::ostream& out, const LogSummary& log, const std::vector<RunTotals>& runs,
+                 const ReportOptions& options) {
   out << log.source << ": " << Plural(log.launchCount, "launch", "launches") << ", "
       << Plural(log.userNames.size(), "user", "users") << ", " << Plural(log.appCount, "app", "apps") << "\n\n";
   std::vector<Row> rows;
   for (const RunTotals& run : runs) rows.push_back({run.label, run.total, run.baseline});
-  PrintTable(out, rows);
-  if (!perUser) return;
+  PrintTable(out, rows, options.row);
+  if (!options.perUser) return;
   for (std::size_t u = 0; u < log.userNames.size(); ++u) {
     out << "\nuser: " << UserName(log.userNames[u]) << "\n";
     rows.clear();
     for (const RunTotals& run : runs) rows.push_back({run.label, run.users[u], run.baseline});
-    PrintTable(out, rows);
+    PrintTable(out, rows, options.row);
   }
 }
 
-void PrintJson(std::ostream& out, const LogSummary& log, const std::vector<RunTotals>& runs, bool perUser) {
+void PrintJson(std::ostream& out, const LogSummary& log, const std::vector<RunTotals>& runs,
+               const ReportOptions& options) {
   out << "{\n  \"source\": " << JsonString(log.source) << ",\n  \"launches\": " << log.launchCount
       << ",\n  \"users\": " << log.userNames.size() << ",\n  \"apps\": " << log.appCount
       << ",\n  \"badRows\": " << log.badRows << ",\n  \"results\": [";
@@ -213,12 +225,12 @@ void PrintJson(std::ostream& out, const LogSummary& log, const std::vector<RunTo
     const RunTotals& run = runs[r];
     out << (r == 0 ? "\n" : ",\n") << "    {\"name\": " << JsonString(run.label)
         << ", \"baseline\": " << (run.baseline ? "true" : "false") << ", \"users\": " << run.users.size() << ", "
-        << JsonTotals(run.total);
-    if (perUser) {
+        << JsonTotals(run.total, options.row);
+    if (options.perUser) {
       out << ",\n     \"perUser\": [";
       for (std::size_t u = 0; u < run.users.size(); ++u) {
         out << (u == 0 ? "\n" : ",\n") << "       {\"user\": " << JsonString(log.userNames[u]) << ", "
-            << JsonTotals(run.users[u]) << "}";
+            << JsonTotals(run.users[u], options.row) << "}";
       }
       out << "]";
     }

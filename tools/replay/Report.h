@@ -45,12 +45,22 @@ struct RunTotals {
 LogSummary SummaryOf(const LaunchLog& log);
 std::vector<RunTotals> TotalsOf(const std::vector<RunResult>& runs);
 
-// One table of every run over all users, then with perUser one per user.
-void PrintTables(std::ostream& out, const LaunchLog& log, const std::vector<RunResult>& runs, bool perUser);
-void PrintTables(std::ostream& out, const LogSummary& log, const std::vector<RunTotals>& runs, bool perUser);
+struct ReportOptions {
+  bool perUser = false;  // each user's figures too
+  bool row = false;      // the suggestion row's measures (replayed with a row)
+};
 
-void PrintJson(std::ostream& out, const LaunchLog& log, const std::vector<RunResult>& runs, bool perUser);
-void PrintJson(std::ostream& out, const LogSummary& log, const std::vector<RunTotals>& runs, bool perUser);
+// One table of every run over all users, then with perUser one per user.
+void PrintTables(std::ostream& out, const LaunchLog& log, const std::vector<RunResult>& runs,
+                 const ReportOptions& options);
+void PrintTables(std::ostream& out, const LogSummary& log, const std::vector<RunTotals>& runs,
+                 const ReportOptions& options);
+
+// The same as JSON; without options.row the row's fields are absent.
+void PrintJson(std::ostream& out, const LaunchLog& log, const std::vector<RunResult>& runs,
+               const ReportOptions& options);
+void PrintJson(std::ostream& out, const LogSummary& log, const std::vector<RunTotals>& runs,
+               const ReportOptions& options);
 
 }  // namespace NuvikReplay
 

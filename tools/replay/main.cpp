@@ -1,6 +1,8 @@
 // nuvik-replay: replays launch logs through Nuvik ensembles and compares their
-// MAP, recall at five and time per launch with two simple baselines.
+// ranking measures and time per launch with two simple baselines.
 #include <atomic>
+#include <charconv>
+#include <cstddef>
 #include <iostream>
 #include <sstream>
 #include <string>
@@ -42,12 +44,23 @@ Ensembles
   slots the second dominates; with three or more every score is 0.0.
   Put the log before --compare, or end the list with '--'.
 
-Metrics (the facade's own, summed over users)
+Metrics (summed over users)
   The list for a launch is ranked before the launch is learned and holds every
   app seen before it. The first five launches of each user only warm up.
-  recall@5: share of scored launches found among the first five of their list.
   MAP: mean average precision of the list made five launches earlier against
-  the distinct apps launched since (that launch included).
+  the distinct apps launched since (that launch included); recall@5: share of
+  scored launches found among the first five of their list (the facade's own).
+  hit@1, hit@3, hit@5: share found first, among the first three, among the
+  first five (hit@5 equals recall@5). MRR@5: mean of 1/rank, NDCG@5: mean of
+  1/log2(rank + 1), where the launch ranks among the first five, else 0.
+  With --lagging, after each ensemble a run '<ensemble> (lagging)' scores the
+  list GetNext() showed before each launch, ranked one launch behind.
+  With --row K, before each launch every run shows the row of K apps a
+  launcher would: its ranking (an ensemble's at the launch's time) without the
+  dock, the user's N most launched apps so far (--dock N). row hit: share of
+  scored launches found in the row; dock|row: in the dock or the row; churn:
+  positions at which the row differs from the one before the previous launch,
+  per scored launch from the second on.
   Baselines, with the same definitions: most recently used first; most
   frequently used first, ties broken by the more recent last launch.
   µs/launch: time spent learning and ranking, per launch.
@@ -72,6 +85,10 @@ struct Options {
   std::string report;
   std::string commandLine;  // shown in the report
   unsigned jobs = 1;
+  bool lagging = false;
+  std::size_t row = 0;
+  std::size_t dock = 0;
+  bool stable = false;
 };
 
 std::vector<Ensemble> Ensembles(const Options& options) {
@@ -131,6 +148,23 @@ std::string CommandLine(int argc, char** argv) {
   return line;
 }
 
+// A count of at least `least`, in decimal digits that fit a std::size_t.
+CLI::Validator AtLeast(std::size_t least) {
+  return CLI::Validator(
+      [least](std::string& text) -> std::string {
+        std::size_t value = 0;
+        const char* end = text.data() + text.size();
+        const auto [stop, error] = std::from_chars(text.data(), end, value);
+        if (text.empty() || text[0] == '-' || error == std::errc::invalid_argument || stop != end) {
+          return "'" + text + "' is not a count";
+        }
+        if (error == std::errc::result_out_of_range) return "'" + text + "' is too large";
+        if (value < least) return "expected at least " + std::to_string(least) + ", not " + text;
+        return std::string();
+      },
+      "");
+}
+
 int Run(const Options& options) {
   const std::vector<Ensemble> ensembles = Ensembles(options);
   const LaunchLog log = ReadLog(options);
@@ -149,6 +183,10 @@ int Run(const Options& options) {
   replay.skipRepeats = options.skipRepeats;
   replay.killThreshold = options.killThreshold;
   replay.jobs = options.jobs;
+  replay.lagging = options.lagging;
+  replay.rowSize = options.row;
+  replay.dockSize = options.dock;
+  replay.stableRow = options.stable;
   replay.keepScores = !options.plot.empty();
   replay.keepDocuments = !options.save.empty();
   replay.loadTarget = options.load;
@@ -166,10 +204,13 @@ int Run(const Options& options) {
     }
   }
 
+  ReportOptions report;
+  report.perUser = options.perUser;
+  report.row = options.row != 0;
   if (options.format == "json") {
-    PrintJson(std::cout, log, runs, options.perUser);
+    PrintJson(std::cout, log, runs, report);
   } else {
-    PrintTables(std::cout, log, runs, options.perUser);
+    PrintTables(std::cout, log, runs, report);
   }
   std::cout.flush();
 
@@ -188,7 +229,7 @@ int Run(const Options& options) {
   }
   if (!options.report.empty()) {
     std::ostringstream html;
-    WriteHtmlReport(html, SummaryOf(log), options.commandLine, TotalsOf(runs));
+    WriteHtmlReport(html, SummaryOf(log), options.commandLine, TotalsOf(runs), report.row);
     WriteFileAtomically(options.report, html.str());
   }
   return 0;
@@ -201,8 +242,8 @@ int main(int argc, char** argv) {
   using namespace NuvikReplay;
   Options options;
   CLI::App app{
-      "Replays launch logs through Nuvik ensembles and reports MAP, recall@5 and time per launch,\n"
-      "next to most-recently-used and most-frequently-used baselines.",
+      "Replays launch logs through Nuvik ensembles and reports MAP, recall@5, hit@k, MRR@5, NDCG@5\n"
+      "and time per launch, next to most-recently-used and most-frequently-used baselines.",
       kProgram};
   app.add_option("log", options.log, "Launch log (CSV or TSV, plain or gzip; '-' reads standard input)");
   CLI::Option* predictors =
@@ -215,6 +256,15 @@ int main(int argc, char** argv) {
   app.add_option("--kill-threshold", options.killThreshold, "Kill-list threshold of the facade")->capture_default_str();
   app.add_option("--utc-offset", options.utcOffset, "Local time offset for epoch timestamps, e.g. +02:00");
   app.add_flag("--skip-bad-rows", options.skipBadRows, "Count and skip malformed rows instead of stopping");
+  app.add_flag("--lagging", options.lagging, "After each ensemble, score the list GetNext() showed before each launch");
+  CLI::Option* row = app.add_option("--row", options.row, "Score the row of K suggestions a launcher would show")
+                         ->type_name("K")
+                         ->check(AtLeast(1));
+  app.add_option("--dock", options.dock, "With --row: leave the user's N most launched apps to a dock beside it")
+      ->type_name("N")
+      ->check(AtLeast(0))
+      ->needs(row);
+  app.add_flag("--stable", options.stable, "With --row: keep the previous row's apps in place")->needs(row);
   app.add_flag("--per-user", options.perUser, "Add a table per user");
   app.add_option("--format", options.format, "Output format")
       ->check(CLI::IsMember({"table", "json"}))

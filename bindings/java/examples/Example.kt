@@ -1,5 +1,8 @@
-// Kotlin use of the Java binding: `use` closes the facade at the end of the block.
+// Kotlin use of the Java binding: `use` closes the facade and the suggestions at the end of each block.
+import java.time.LocalTime
 import nuvik.Nuvik
+import nuvik.RowRequest
+import nuvik.Suggestions
 
 fun main() {
     Nuvik("markov_chain3_invalidate", "linear").use { nuvik ->
@@ -11,5 +14,18 @@ fun main() {
         println("mail: %.4f, MAP %.4f over %d launches"
             .format(nuvik.weight("mail"), nuvik.mapMetric(), nuvik.countMetrics()))
         check(nuvik.countKnownApps() == 5L)
+
+        // The ranking for now, between two launches; asking changes nothing.
+        val noon = LocalTime.of(12, 10)
+        println("at 12:10: ${nuvik.nextAt(noon, 3)}")
+
+        // A launcher's row: mail is in the dock, the user dismissed alarm, camera fills a slot the ranking leaves.
+        Suggestions().use { suggestions ->
+            suggestions.dismiss("alarm")
+            val request = RowRequest.builder().count(4).exclude("mail").fallback("camera").stable(true).build()
+            val row = suggestions.row(nuvik, noon, request)
+            println("row: $row")
+            check(row.size == 4 && "mail" !in row && "alarm" !in row && "camera" in row)
+        }
     }
 }

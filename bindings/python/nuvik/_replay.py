@@ -3,8 +3,14 @@ import pandas as pd
 
 from . import _nuvik
 
-COLUMNS = ["ensemble", "user", "users", "launches", "scored", "apps", "sum_map", "sum_recall", "map", "recall_at_5",
-           "us_per_launch"]
+# The engine's totals tuples: the sums, then the means.
+SUMS = ["users", "launches", "scored", "apps", "sum_map", "sum_recall", "seconds", "sum_hit1", "sum_hit3", "sum_hit5",
+        "sum_mrr5", "sum_ndcg5", "sum_row_hit", "sum_dock_or_row_hit", "sum_churn", "churn_count"]
+MEANS = ["map", "recall_at_5", "hit_at_1", "hit_at_3", "hit_at_5", "mrr_at_5", "ndcg_at_5", "row_hit",
+         "dock_or_row_hit", "churn", "us_per_launch"]
+# The suggestion row's measures, in a frame only when replayed with a row.
+ROW_COLUMNS = {"sum_row_hit", "sum_dock_or_row_hit", "sum_churn", "churn_count", "row_hit", "dock_or_row_hit", "churn"}
+COUNTS = {"users", "launches", "scored", "apps", "churn_count"}
 FRAME_SOURCE = "DataFrame"
 
 
@@ -34,41 +40,51 @@ def log_text(frame):
     return pd.DataFrame(columns).to_csv(index=False, date_format="%Y-%m-%d %H:%M:%S.%f", lineterminator="\n")
 
 
-def result_frame(runs, user_names, per_user):
-    """The result frame of runs given as (label, baseline, apps, per-user totals in log order).
+def result_frame(runs, user_names, per_user, row=False):
+    """The result frame of runs given as (label, baseline, apps, per-user totals in log order, profile).
 
-    Totals are engine tuples (users, launches, scored, apps, sum_map, sum_recall, seconds, map, recall_at_5,
-    us_per_launch); a run's are added up by the engine in log order, as nuvik-replay adds them.
+    Totals are engine tuples (SUMS, then MEANS); a run's are added up by the engine in log order, as
+    nuvik-replay adds them. The columns: ensemble, [user,] the sums and the means but seconds, the row's
+    measures only with `row`.
     """
+    fields = SUMS + MEANS
+    kept = [i for i, name in enumerate(fields) if name != "seconds" and (row or name not in ROW_COLUMNS)]
     rows = []
-    for label, _, apps, users in runs:
+    for label, _, apps, users, _ in runs:
         if per_user:
-            rows.extend([label, name, *user[:6], *user[7:]] for name, user in zip(user_names, users))
+            rows.extend([label, name, *(user[i] for i in kept)] for name, user in zip(user_names, users))
         else:
             total = _nuvik.add_up(users, apps)
-            rows.append([label, *total[:6], *total[7:]])
-    columns = [name for name in COLUMNS if per_user or name != "user"]
-    return pd.DataFrame(rows, columns=columns).astype({"users": "int64", "launches": "int64", "scored": "int64",
-                                                      "apps": "int64"})
+            rows.append([label, *(total[i] for i in kept)])
+    columns = ["ensemble", *(["user"] if per_user else []), *(fields[i] for i in kept)]
+    frame = pd.DataFrame(rows, columns=columns)
+    return frame.astype({name: "int64" for name in COUNTS if name in frame})
 
 
 def engine_runs(result):
-    """(label, baseline, apps, per-user totals) of every run of an engine result."""
-    return [(run["label"], run["baseline"], len(run["apps"]), run["users"]) for run in result["runs"]]
+    """(label, baseline, apps, per-user totals, profile) of every run of an engine result."""
+    return [(run["label"], run["baseline"], len(run["apps"]), run["users"], run["profile"]) for run in result["runs"]]
 
 
 def replay(frame, ensembles, *, skip_repeats=False, kill_threshold=0.05, utc_offset=None, per_user=False,
-           skip_bad_rows=False):
+           skip_bad_rows=False, lagging=False, row=None, dock=0, stable=False):
     """Replays a launch log held in a pandas DataFrame, as nuvik-replay does.
 
     frame: columns 'timestamp' ("YYYY-MM-DD HH:MM[:SS]" local time, datetimes, or epoch seconds with
     utc_offset such as "+02:00"), 'app' and optionally 'user' (one facade per user); each user's rows in
     time order. ensembles: nuvik-replay's notation, e.g. ["stat_counter", "knn_regression:5,linear"].
-    Returns one row per ensemble, then the two baselines (with per_user: per ensemble and user, users in
-    order of first appearance) with the columns ensemble, [user,] users, launches, scored, apps, sum_map,
-    sum_recall, map, recall_at_5, us_per_launch. A bad row raises ValueError with nuvik-replay's message,
+    lagging: after each ensemble, a run "<ensemble> (lagging)" scoring the list the facade showed before each
+    launch (nuvik-replay --lagging). row: the size of the suggestion row every run shows before each launch,
+    beside a dock of the user's `dock` most launched apps, kept in place with `stable` (nuvik-replay --row,
+    --dock, --stable).
+    Returns one row per run, the two baselines last (with per_user: per run and user, users in order of
+    first appearance) with the columns ensemble, [user,] users, launches, scored, apps, sum_map, sum_recall,
+    sum_hit1, sum_hit3, sum_hit5, sum_mrr5, sum_ndcg5, map, recall_at_5, hit_at_1, hit_at_3, hit_at_5,
+    mrr_at_5, ndcg_at_5, us_per_launch; with a row also sum_row_hit, sum_dock_or_row_hit, sum_churn,
+    churn_count, row_hit, dock_or_row_hit, churn. A bad row raises ValueError with nuvik-replay's message,
     numbered as the line of frame.to_csv(index=False); skip_bad_rows drops such rows instead.
     """
     result = _nuvik.replay_text(log_text(frame), FRAME_SOURCE, ensemble_list(ensembles), skip_repeats,
-                                kill_threshold, utc_offset, skip_bad_rows)
-    return result_frame(engine_runs(result), result["users"], per_user)
+                                kill_threshold, utc_offset, skip_bad_rows, lagging=lagging, row=row, dock=dock,
+                                stable=stable)
+    return result_frame(engine_runs(result), result["users"], per_user, row is not None)

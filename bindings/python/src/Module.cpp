@@ -3,7 +3,9 @@
 #include "Bindings.h"
 
 PYBIND11_MODULE(_nuvik, module) {
-  module.doc() = "Nuvik's facade and nuvik-replay's engine; use the nuvik package rather than this module.";
+  module.doc() =
+      "Nuvik's facade, its suggestions row and nuvik-replay's engine; use the nuvik package rather than this module.";
   NuvikPython::BindFacade(module);
+  NuvikPython::BindSuggestions(module);
   NuvikPython::BindReplay(module);
 }

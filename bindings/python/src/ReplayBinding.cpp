@@ -1,7 +1,10 @@
 // nuvik-replay's engine for nuvik.replay and nuvik.fleet: logs parsed by the
 // tool's own reader, replays by its own Replay, reports by its own Report.
-// Results travel as plain tuples of totals:
-//   (users, launches, scored, apps, sum_map, sum_recall, seconds[, map, recall_at_5, us_per_launch])
+// Results travel as plain tuples of totals, the sums first, then the means:
+//   (users, launches, scored, apps, sum_map, sum_recall, seconds, sum_hit1, sum_hit3, sum_hit5, sum_mrr5,
+//    sum_ndcg5, sum_row_hit, sum_dock_or_row_hit, sum_churn, churn_count[, map, recall_at_5, hit_at_1, hit_at_3,
+//    hit_at_5, mrr_at_5, ndcg_at_5, row_hit, dock_or_row_hit, churn, us_per_launch])
+// and each run's profile as a dict of lists (see ToDict).
 #include <algorithm>
 #include <cstdint>
 #include <optional>
@@ -59,22 +62,94 @@ ReadOptions Reading(const std::optional<std::string>& utcOffset, bool skipBadRow
   return options;
 }
 
-ReplayOptions Replaying(bool skipRepeats, double killThreshold) {
+// row: the suggestion row's size, none for no row.
+ReplayOptions Replaying(bool skipRepeats, double killThreshold, bool lagging, std::optional<std::size_t> row,
+                        std::size_t dock, bool stable) {
+  if (row == std::size_t{0}) throw py::value_error("row must be at least 1");
+  if (!row && (dock != 0 || stable)) throw py::value_error("dock and stable need a row");
   ReplayOptions options;
   options.skipRepeats = skipRepeats;
   options.killThreshold = killThreshold;
+  options.lagging = lagging;
+  options.rowSize = row.value_or(0);
+  options.dockSize = dock;
+  options.stableRow = stable;
   return options;
 }
 
 py::tuple ToTuple(const Totals& t) {
-  return py::make_tuple(t.users, t.launches, t.scored, t.apps, t.sumMap, t.sumRecall, t.seconds, t.Map(), t.Recall(),
-                        t.MicrosPerLaunch());
+  return py::make_tuple(t.users, t.launches, t.scored, t.apps, t.sumMap, t.sumRecall, t.seconds, t.sumHit1, t.sumHit3,
+                        t.sumHit5, t.sumMrr5, t.sumNdcg5, t.sumRowHit, t.sumDockOrRowHit, t.sumChurn, t.churnCount,
+                        t.Map(), t.Recall(), t.Hit1(), t.Hit3(), t.Hit5(), t.Mrr5(), t.Ndcg5(), t.RowHit(),
+                        t.DockOrRowHit(), t.Churn(), t.MicrosPerLaunch());
 }
 
 Totals FromTuple(const py::handle value) {
   const py::tuple t = py::reinterpret_borrow<py::tuple>(value);
-  return {t[0].cast<std::size_t>(), t[1].cast<std::uint64_t>(), t[2].cast<std::uint64_t>(), t[3].cast<std::size_t>(),
-          t[4].cast<double>(),      t[5].cast<double>(),        t[6].cast<double>()};
+  Totals totals;
+  totals.users = t[0].cast<std::size_t>();
+  totals.launches = t[1].cast<std::uint64_t>();
+  totals.scored = t[2].cast<std::uint64_t>();
+  totals.apps = t[3].cast<std::size_t>();
+  totals.sumMap = t[4].cast<double>();
+  totals.sumRecall = t[5].cast<double>();
+  totals.seconds = t[6].cast<double>();
+  totals.sumHit1 = t[7].cast<double>();
+  totals.sumHit3 = t[8].cast<double>();
+  totals.sumHit5 = t[9].cast<double>();
+  totals.sumMrr5 = t[10].cast<double>();
+  totals.sumNdcg5 = t[11].cast<double>();
+  totals.sumRowHit = t[12].cast<double>();
+  totals.sumDockOrRowHit = t[13].cast<double>();
+  totals.sumChurn = t[14].cast<double>();
+  totals.churnCount = t[15].cast<std::uint64_t>();
+  return totals;
+}
+
+template <typename Counts>
+py::list ToList(const Counts& counts) {
+  py::list list;
+  for (const HitCount& count : counts) list.append(py::make_tuple(count.scored, count.hits));
+  return list;
+}
+
+// A profile as {"by_launch_index": [(scored, hits)] * 4, "by_hour": [...] * 24, "by_day": [...],
+// "first_date": days since 1970-01-01, "by_date": [(scored, sum_map, sum_recall)] from first_date}.
+py::dict ToDict(const RunProfile& profile) {
+  py::list byDate;
+  for (const ScoreSums& sums : profile.byDate) byDate.append(py::make_tuple(sums.scored, sums.sumMap, sums.sumRecall));
+  return py::dict("by_launch_index"_a = ToList(profile.byLaunchIndex), "by_hour"_a = ToList(profile.byHour),
+                  "by_day"_a = ToList(profile.byDay), "first_date"_a = profile.firstDate, "by_date"_a = byDate);
+}
+
+std::vector<HitCount> CountsFrom(const py::handle list, const char* key, std::size_t size) {
+  std::vector<HitCount> counts;
+  for (const py::handle entry : list) {
+    const py::sequence count = entry.cast<py::sequence>();
+    if (count.size() != 2) throw py::value_error(std::string("a profile's ") + key + " holds (scored, hits) pairs");
+    counts.push_back({count[0].cast<std::uint64_t>(), count[1].cast<std::uint64_t>()});
+  }
+  if (size != 0 && counts.size() != size) {
+    throw py::value_error(std::string("a profile's ") + key + " has " + std::to_string(size) + " entries");
+  }
+  return counts;
+}
+
+RunProfile ProfileFrom(const py::handle value) {
+  const py::dict dict = value.cast<py::dict>();
+  RunProfile profile;
+  const std::vector<HitCount> byLaunchIndex = CountsFrom(dict["by_launch_index"], "by_launch_index", 4);
+  std::copy(byLaunchIndex.begin(), byLaunchIndex.end(), profile.byLaunchIndex.begin());
+  const std::vector<HitCount> byHour = CountsFrom(dict["by_hour"], "by_hour", 24);
+  std::copy(byHour.begin(), byHour.end(), profile.byHour.begin());
+  profile.byDay = CountsFrom(dict["by_day"], "by_day", 0);
+  profile.firstDate = dict["first_date"].cast<std::int64_t>();
+  for (const py::handle entry : dict["by_date"]) {
+    const py::sequence sums = entry.cast<py::sequence>();
+    if (sums.size() != 3) throw py::value_error("a profile's by_date holds (scored, sum_map, sum_recall) triples");
+    profile.byDate.push_back({sums[0].cast<std::uint64_t>(), sums[1].cast<double>(), sums[2].cast<double>()});
+  }
+  return profile;
 }
 
 // The log's figures and every run's, per user in the log's order of users.
@@ -89,7 +164,8 @@ py::dict Results(const LaunchLog& log, const std::vector<RunResult>& runs) {
       apps.insert(user.knownApps.begin(), user.knownApps.end());
       perUser.append(ToTuple(TotalOf(user)));
     }
-    results.append(py::dict("label"_a = run.label, "baseline"_a = run.baseline, "apps"_a = apps, "users"_a = perUser));
+    results.append(py::dict("label"_a = run.label, "baseline"_a = run.baseline, "apps"_a = apps, "users"_a = perUser,
+                            "profile"_a = ToDict(run.profile)));
   }
   return py::dict("source"_a = log.source, "launches"_a = log.launchCount, "apps"_a = log.apps.size(),
                   "bad_rows"_a = log.badRows, "bad_row_samples"_a = log.badRowSamples, "users"_a = users,
@@ -117,10 +193,12 @@ LaunchLog ParseText(const py::handle text, const std::string& source, const Read
 
 py::dict ReplayText(const py::handle text, const std::string& source, const py::iterable& ensembleTexts,
                     bool skipRepeats, double killThreshold, const std::optional<std::string>& utcOffset,
-                    bool skipBadRows) {
+                    bool skipBadRows, bool lagging, std::optional<std::size_t> row, std::size_t dock,
+                    bool stable) {
   const std::vector<Ensemble> ensembles = Ensembles(ensembleTexts);
+  const ReplayOptions replaying = Replaying(skipRepeats, killThreshold, lagging, row, dock, stable);
   const LaunchLog log = ParseText(text, source, Reading(utcOffset, skipBadRows));
-  return ReplayLog(log, ensembles, Replaying(skipRepeats, killThreshold));
+  return ReplayLog(log, ensembles, replaying);
 }
 
 // A log as columns: every launch's user and app as codes into the name lists,
@@ -224,8 +302,10 @@ UsersLog ReadUsers(const std::vector<std::string>& paths, const std::vector<std:
 
 py::dict ReplayFiles(const std::vector<std::string>& paths, const std::vector<std::string>& userNames,
                      const py::iterable& ensembleTexts, bool skipRepeats, double killThreshold,
-                     const std::optional<std::string>& utcOffset, bool skipBadRows) {
+                     const std::optional<std::string>& utcOffset, bool skipBadRows, bool lagging,
+                     std::optional<std::size_t> row, std::size_t dock, bool stable) {
   const std::vector<Ensemble> ensembles = Ensembles(ensembleTexts);
+  const ReplayOptions replaying = Replaying(skipRepeats, killThreshold, lagging, row, dock, stable);
   const ReadOptions reading = Reading(utcOffset, skipBadRows);
   UsersLog users;
   std::vector<RunResult> runs;
@@ -233,7 +313,7 @@ py::dict ReplayFiles(const std::vector<std::string>& paths, const std::vector<st
     const py::gil_scoped_release unlocked;
     users = ReadUsers(paths, userNames, reading);
     if (users.log.badRows == 0 || skipBadRows) {
-      runs = Replay(users.log, ensembles, Replaying(skipRepeats, killThreshold));
+      runs = Replay(users.log, ensembles, replaying);
     }
   } catch (const InputError& error) {
     throw py::value_error(error.what());
@@ -248,8 +328,10 @@ py::dict ReplayFiles(const std::vector<std::string>& paths, const std::vector<st
 // Launches given as columns in log order, already checked.
 py::dict ReplayColumns(const Codes& users, const std::vector<std::string>& userNames, const Codes& apps,
                        const std::vector<std::string>& appNames, const Codes& times, const py::iterable& ensembleTexts,
-                       bool skipRepeats, double killThreshold) {
+                       bool skipRepeats, double killThreshold, bool lagging, std::optional<std::size_t> row,
+                       std::size_t dock, bool stable) {
   const std::vector<Ensemble> ensembles = Ensembles(ensembleTexts);
+  const ReplayOptions replaying = Replaying(skipRepeats, killThreshold, lagging, row, dock, stable);
   const auto user = users.unchecked<1>();
   const auto app = apps.unchecked<1>();
   const auto time = times.unchecked<1>();
@@ -273,10 +355,10 @@ py::dict ReplayColumns(const Codes& users, const std::vector<std::string>& userN
         {time(row), static_cast<AppId>(app(row)), static_cast<std::uint32_t>(log.launchCount)});
     ++log.launchCount;
   }
-  return ReplayLog(log, ensembles, Replaying(skipRepeats, killThreshold));
+  return ReplayLog(log, ensembles, replaying);
 }
 
-// Runs as (label, baseline, apps, per-user tuples); per-user totals are added up in the order given.
+// Runs as (label, baseline, apps, per-user tuples, profile); per-user totals are added up in the order given.
 std::vector<RunTotals> ToRunTotals(const py::iterable& runs) {
   std::vector<RunTotals> totals;
   for (const py::handle run : runs) {
@@ -288,6 +370,7 @@ std::vector<RunTotals> ToRunTotals(const py::iterable& runs) {
       totalsOfRun.users.push_back(FromTuple(user));
     }
     totalsOfRun.total = AddUp(totalsOfRun.users, entry[2].cast<std::size_t>());
+    totalsOfRun.profile = ProfileFrom(entry[4]);
   }
   return totals;
 }
@@ -296,16 +379,18 @@ std::vector<RunTotals> ToRunTotals(const py::iterable& runs) {
 
 void BindReplay(py::module_& module) {
   module.def("replay_text", &ReplayText, "text"_a, "source"_a, "ensembles"_a, "skip_repeats"_a, "kill_threshold"_a,
-             "utc_offset"_a, "skip_bad_rows"_a, "Parses a CSV or TSV log held in a str and replays it.");
+             "utc_offset"_a, "skip_bad_rows"_a, "lagging"_a = false, "row"_a = py::none(), "dock"_a = 0,
+             "stable"_a = false, "Parses a CSV or TSV log held in a str and replays it.");
   module.def("parse_columns", &ParseColumns, "text"_a, "source"_a, "utc_offset"_a, "skip_bad_rows"_a,
              "Parses a CSV or TSV log held in a str into columns grouped by user.");
   module.def("index_file", &IndexFile, "path"_a, "utc_offset"_a, "skip_bad_rows"_a,
              "Reads a log file's users and their launch counts, keeping no launch.");
   module.def("replay_files", &ReplayFiles, "paths"_a, "users"_a, "ensembles"_a, "skip_repeats"_a, "kill_threshold"_a,
-             "utc_offset"_a, "skip_bad_rows"_a,
-             "Replays some users of log files read as one log, parsing and keeping only their rows.");
+             "utc_offset"_a, "skip_bad_rows"_a, "lagging"_a = false, "row"_a = py::none(), "dock"_a = 0,
+             "stable"_a = false, "Replays some users of log files read as one log, parsing and keeping only their rows.");
   module.def("replay_columns", &ReplayColumns, "user"_a, "user_names"_a, "app"_a, "app_names"_a, "time"_a,
-             "ensembles"_a, "skip_repeats"_a, "kill_threshold"_a, "Replays launches given as columns in log order.");
+             "ensembles"_a, "skip_repeats"_a, "kill_threshold"_a, "lagging"_a = false, "row"_a = py::none(),
+             "dock"_a = 0, "stable"_a = false, "Replays launches given as columns in log order.");
   module.def(
       "add_up",
       [](const py::iterable& users, std::size_t apps) {
@@ -315,20 +400,32 @@ void BindReplay(py::module_& module) {
       },
       "users"_a, "apps"_a, "Adds up per-user totals in the order given.");
   module.def(
+      "add_profiles",
+      [](const py::iterable& profiles) {
+        RunProfile total;
+        for (const py::handle profile : profiles) total.Add(ProfileFrom(profile));
+        return ToDict(total);
+      },
+      "profiles"_a, "Adds up run profiles.");
+  module.def(
       "report",
       [](const std::string& format, const std::string& source, std::size_t launches, std::size_t apps,
-         std::size_t badRows, std::vector<std::string> userNames, const py::iterable& runs, bool perUser) {
+         std::size_t badRows, std::vector<std::string> userNames, const py::iterable& runs, bool perUser, bool row) {
         const LogSummary log{source, launches, apps, badRows, std::move(userNames)};
         const std::vector<RunTotals> totals = ToRunTotals(runs);
+        ReportOptions options;
+        options.perUser = perUser;
+        options.row = row;
         std::ostringstream out;
         if (format == "json") {
-          PrintJson(out, log, totals, perUser);
+          PrintJson(out, log, totals, options);
         } else {
-          PrintTables(out, log, totals, perUser);
+          PrintTables(out, log, totals, options);
         }
         return out.str();
       },
       "format"_a, "source"_a, "launches"_a, "apps"_a, "bad_rows"_a, "user_names"_a, "runs"_a, "per_user"_a,
+      "row"_a = false,
       "nuvik-replay's table or JSON from per-user totals.");
 }
 

@@ -1,8 +1,10 @@
-"""nuvik.Nuvik against the C++ facade, its documents and its argument checks."""
+"""nuvik.Nuvik and nuvik.Suggestions against the C++ classes, their documents and their argument checks."""
 import datetime
 import random
+import struct
 import subprocess
 
+import pandas as pd
 import pytest
 
 import nuvik
@@ -18,30 +20,164 @@ def stream(seed, length=600):
             for _ in range(length)]
 
 
-def python_trace(facade, launches):
-    lines = []
+def with_suggestions(launches, seed):
+    """The launches with FacadeTrace's Suggestions commands between them."""
+    generator = random.Random(seed)
+    commands, dismissed = [], []
     for app, hour, minute in launches:
-        facade.update(app, hour, minute)
-        lines.append("next:" + "".join(" " + name for name in facade.next()))
-        lines.append("weights:" + "".join(f" {name}={weight:.17g}" for name, weight in facade.weights().items()))
+        draw = generator.random()
+        if draw < 0.5:
+            when = (hour, minute) if generator.random() < 0.7 else (generator.randrange(24), generator.randrange(60))
+            installed = generator.sample(APPS, generator.randrange(4, len(APPS))) if generator.random() < 0.3 else []
+            commands.append(("!row", *when, generator.randrange(7), generator.random() < 0.6,
+                             generator.sample(APPS, generator.randrange(3)), installed,
+                             generator.sample(APPS + ["com.android.settings"], generator.randrange(4))))
+        elif draw < 0.55:
+            dismissed.append(generator.choice(APPS))
+            commands.append(("!dismiss", dismissed[-1]))
+        elif draw < 0.6:
+            # Mostly an application dismissed before, at times one that is not.
+            commands.append(("!restore", generator.choice(dismissed + APPS[:2])))
+        commands.append((app, hour, minute))
+    return commands
+
+
+def trace_text(commands):
+    """The commands as FacadeTrace reads them: lists comma separated, "-" for none, booleans 0 or 1."""
+    def word(value):
+        if isinstance(value, list):
+            return ",".join(value) or "-"
+        return str(int(value)) if isinstance(value, bool) else str(value)
+    return "".join(" ".join(map(word, command)) + "\n" for command in commands).encode()
+
+
+def listing(label, apps):
+    return label + ":" + "".join(" " + app for app in apps)
+
+
+# Every form a time may take, for the same hour and minute.
+TIME_FORMS = [lambda hour, minute: (hour, minute), lambda hour, minute: [hour, minute],
+              lambda hour, minute: datetime.time(hour, minute, 59),
+              lambda hour, minute: datetime.datetime(2024, 3, 4, hour, minute, 30),
+              lambda hour, minute: pd.Timestamp(year=2024, month=3, day=4, hour=hour, minute=minute, tz="Asia/Kolkata")]
+
+
+def python_trace(facade, commands):
+    suggestions = nuvik.Suggestions()
+    lines = []
+    for number, command in enumerate(commands):
+        if command[0] == "!row":
+            _, hour, minute, count, stable, exclude, installed, fallback = command
+            lines.append(listing("row", suggestions.row(facade, TIME_FORMS[number % len(TIME_FORMS)](hour, minute),
+                                                        count, exclude=tuple(exclude), installed=set(installed),
+                                                        fallback=iter(fallback), stable=stable)))
+        elif command[0] in ("!dismiss", "!restore"):
+            (suggestions.dismiss if command[0] == "!dismiss" else suggestions.restore)(command[1])
+            lines.append(listing("dismissed", suggestions.dismissed()))
+        else:
+            facade.update(*command)
+            lines.append(listing("next", facade.next()))
+            lines.append("weights:" + "".join(f" {name}={weight:.17g}" for name, weight in facade.weights().items()))
     lines.append(f"metrics: {facade.count_metrics} {facade.sum_map:.17g} {facade.sum_recall:.17g} "
                  f"{facade.map_metric:.17g} {facade.recall_metric:.17g} {facade.count_known_apps}")
-    return "\n".join(lines).encode() + b"\n" + facade.save() + b"\n"
+    return "\n".join(lines).encode() + b"\n" + facade.save() + b"\n" + suggestions.save() + b"\n"
 
 
-@pytest.mark.parametrize("names, params", [
+def bits(values):
+    """The doubles' bytes, so that NaNs compare equal."""
+    values = list(values)
+    return struct.pack(f"{len(values)}d", *values)
+
+
+CONFIGURATIONS = [
     (["markov_chain3_invalidate", "double_linear"], None),
     (["knn_regression", "linear"], [5, 1]),
     (["stat_counter", "markov_chain3_invalidate"], None),
-])
-def test_same_lists_weights_metrics_and_document_as_the_cpp_facade(names, params):
-    launches = stream(len(names) + (params or [0])[0])
+]
+
+
+@pytest.mark.parametrize("names, params", CONFIGURATIONS)
+def test_same_lists_weights_metrics_rows_and_documents_as_cpp(names, params):
+    seed = len(names) + (params or [0])[0]
+    commands = with_suggestions(stream(seed), seed)
     command = [FACADE_TRACE, ",".join(names)] + ([",".join(map(str, params))] if params else [])
-    text = "".join(f"{app} {hour} {minute}\n" for app, hour, minute in launches).encode()
-    expected = subprocess.run(command, input=text, capture_output=True, check=True, timeout=60).stdout
+    expected = subprocess.run(command, input=trace_text(commands), capture_output=True, check=True,
+                              timeout=60).stdout
     facade = nuvik.Nuvik(names, params=params)
-    assert python_trace(facade, launches) == expected
+    assert python_trace(facade, commands) == expected
     nuvik.Nuvik(names, params=params).load(facade.save())
+
+
+@pytest.mark.parametrize("names, params", CONFIGURATIONS)
+def test_next_at_is_the_next_list_after_an_update_at_that_time_and_changes_nothing(names, params):
+    asked, plain = nuvik.Nuvik(names, params=params), nuvik.Nuvik(names, params=params)
+    apps = APPS + ["never launched"]
+    for number, (app, hour, minute) in enumerate(stream(11, 300)):
+        if number == 150:
+            for facade in (asked, plain):
+                facade.set_apps_priority([(APPS[1], 2), (APPS[4], -1), ("never launched", 3)])
+        elsewhen = ((hour + 7) % 24, (minute + 31) % 60)
+        asked.next_at(elsewhen)
+        asked.weights_at(elsewhen, apps)
+        ranking, weights = asked.next_at((hour, minute)), asked.weights_at((hour, minute), apps)
+        assert asked.next_at((hour, minute), number % 7) == ranking[:number % 7]
+        if number % 50 == 0:
+            for form in TIME_FORMS:
+                assert asked.next_at(form(hour, minute)) == ranking
+                assert bits(asked.weights_at(form(hour, minute), apps)) == bits(weights)
+        for facade in (asked, plain):
+            facade.update(app, hour, minute)
+        assert asked.next() == plain.next() == ranking
+        assert bits(asked.weight(name) for name in apps) == bits(weights)
+        assert bits(plain.weight(name) for name in apps) == bits(weights)
+        assert bits(asked.weights().values()) == bits(plain.weights().values())
+        assert bits([asked.sum_map, asked.sum_recall]) == bits([plain.sum_map, plain.sum_recall])
+        assert (asked.count_metrics, asked.count_known_apps) == (plain.count_metrics, plain.count_known_apps)
+        assert asked.save() == plain.save()
+    assert asked.next_at((8, 15), 10**30) == asked.next_at((8, 15)) and asked.next_at((8, 15), 0) == []
+
+
+def test_suggestions_dismissals_and_documents():
+    facade = nuvik.Nuvik()  # shares of the launches: a, b, c, d, e
+    for app, launches in [("a", 5), ("b", 4), ("c", 3), ("d", 2), ("e", 1)]:
+        for _ in range(launches):
+            facade.update(app, 9, 0)
+    suggestions = nuvik.Suggestions()
+    assert suggestions.row(facade, (9, 0), 3) == ["a", "b", "c"]
+    for app in ("b", "d", "b"):
+        suggestions.dismiss(app)
+    suggestions.restore("x")
+    assert suggestions.dismissed() == ["b", "d"]
+    assert suggestions.row(facade, (9, 0), 3, exclude=["a"], fallback=["", "f", "c"]) == ["c", "e", "f"]
+    suggestions.restore("b")
+    assert suggestions.dismissed() == ["d"]
+    # c and e stay; a takes f's free slot; b ranks only two places above e.
+    assert suggestions.row(facade, (9, 0), 3, stable=True) == ["c", "e", "a"]
+    assert suggestions.row(facade, (9, 0), 2, installed=["e", "z"], fallback=["z"]) == ["e", "z"]
+    assert nuvik.Suggestions.STABLE_MARGIN == 3
+
+    document = suggestions.save()
+    copy = nuvik.Suggestions()
+    copy.load(document)
+    assert copy.save() == document and copy.dismissed() == ["d"]
+    assert copy.row(facade, (9, 0), 2, stable=True) == suggestions.row(facade, (9, 0), 2, stable=True) == ["e", "a"]
+    document = copy.save()
+    for bad in [b"garbage", b"", document[: len(document) // 2], b"[" * 1001 + b"]" * 1001,
+                document.replace(b'"version":1', b'"version":2'), document.replace(b'["d"]', b'7')]:
+        with pytest.raises(nuvik.FormatError):
+            copy.load(bad)
+        assert copy.save() == document
+    copy.clear_dismissed()
+    assert copy.dismissed() == [] and copy.row(facade, (9, 0), 0) == []
+
+    # Bytes that are not UTF-8 cross as the document writes them, with "surrogateescape".
+    document = b'{"dismissed":["a\\udc80"],"row":["b\\udcff"],"version":1}'
+    copy.load(document)
+    assert copy.save() == document and copy.dismissed() == ["a\udc80"]
+    row = copy.row(facade, (9, 0), 6, exclude=["a", "b"], fallback=["a\udc80", "b\udcff"])
+    assert row == ["c", "d", "e", "b\udcff"]
+    copy.restore("a\udc80")
+    assert copy.dismissed() == []
 
 
 def test_rejected_documents_leave_the_facade_unchanged():
@@ -65,6 +201,7 @@ def test_configuration_times_and_argument_types():
     assert repr(nuvik.Nuvik("linear", params=[1, 1])).endswith("[ predictors list: linear, linear ]")
     assert repr(nuvik.Nuvik([])).endswith("[ predictors list: stat_counter ]")
     facade = nuvik.Nuvik(["stat_counter"], skip_repeats=True, kill_threshold=0.2, count_limit=5)
+    suggestions = nuvik.Suggestions()
     assert facade.library_info() == "NUVIK library 1.3"
 
     by_numbers, by_datetime, by_time = nuvik.Nuvik(), nuvik.Nuvik(), nuvik.Nuvik()
@@ -90,9 +227,21 @@ def test_configuration_times_and_argument_types():
                  lambda: facade.update("a", datetime.date(2024, 3, 4)), lambda: facade.update("a", 7),
                  lambda: facade.load("{}"), lambda: facade.set_apps_priority([("a", "high")]),
                  lambda: facade.set_apps_priority(["a"]), lambda: facade.weight(None),
-                 lambda: nuvik.Nuvik([1]), lambda: facade.soon_weight(["x"])):
+                 lambda: nuvik.Nuvik([1]), lambda: facade.soon_weight(["x"]),
+                 lambda: facade.next_at((8, 15, 0)), lambda: facade.next_at("08:15"), lambda: facade.next_at(8),
+                 lambda: facade.next_at(datetime.date(2024, 3, 4)), lambda: facade.next_at((8.0, 15)),
+                 lambda: facade.next_at((8, 15), 1.0), lambda: facade.weights_at((8, 15), "a"),
+                 lambda: facade.weights_at((8, 15), [b"a"]), lambda: suggestions.row(None, (8, 15)),
+                 lambda: suggestions.row(facade, (8, 15), exclude="a"), lambda: suggestions.dismiss(1),
+                 lambda: suggestions.load("{}")):
         with pytest.raises(TypeError):
             call()
+    for call in (lambda: facade.next_at((8, 15), -1), lambda: facade.next_at(pd.NaT),
+                 lambda: suggestions.row(facade, (8, 15), -2), lambda: facade.update("a", pd.NaT)):
+        with pytest.raises(ValueError):
+            call()
+    with pytest.raises(OverflowError):
+        facade.weights_at((2**31, 0), ["a"])
     with pytest.raises(UnicodeEncodeError):
         facade.update("\ud800", 1, 2)
 

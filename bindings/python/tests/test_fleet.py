@@ -16,7 +16,8 @@ from distributed import Client, LocalCluster
 
 import nuvik
 import nuvik.fleet
-from conftest import ENSEMBLES, REPLAY, SAMPLE_LOG, frame_rows, generate, replay_json, tool_error
+from nuvik import _nuvik
+from conftest import ENSEMBLES, REPLAY, ROW_ARGUMENTS, SAMPLE_LOG, frame_rows, generate, replay_json, tool_error
 
 TWO = ["markov_chain3_invalidate,double_linear", "stat_counter"]
 
@@ -47,7 +48,8 @@ def fleet(tmp_path_factory):
 
 
 def same(result, expected):
-    assert frame_rows(result) == frame_rows(expected)
+    row = "row_hit" in expected
+    assert frame_rows(result, row) == frame_rows(expected, row)
 
 
 def test_sample_log_and_dask_frames_equal_one_process(client):
@@ -57,20 +59,31 @@ def test_sample_log_and_dask_frames_equal_one_process(client):
         same(nuvik.fleet.replay(SAMPLE_LOG, ENSEMBLES, scheduler=client, per_user=per_user, tasks=3), expected)
     # Partitions cut through every user's stream; the shuffle puts each stream back together.
     split = dd.from_pandas(frame, npartitions=4)
-    same(nuvik.fleet.replay(split, ENSEMBLES, scheduler=client.scheduler.address, tasks=2),
-         nuvik.replay(frame, ENSEMBLES))
+    same(nuvik.fleet.replay(split, ENSEMBLES, scheduler=client.scheduler.address, tasks=2, lagging=True, row=3),
+         nuvik.replay(frame, ENSEMBLES, lagging=True, row=3))
 
 
 def test_generated_fleet_equals_one_process_and_the_tool(client, fleet):
     pattern, frame = fleet
-    expected = nuvik.replay(frame, TWO, per_user=True)
-    assert expected["users"].sum() == 300 * 4
-    same(nuvik.fleet.replay(pattern, TWO, scheduler=client, per_user=True, tasks=7), expected)
+    expected = nuvik.replay(frame, TWO, per_user=True, lagging=True)
+    assert expected["users"].sum() == 300 * 6
+    result = nuvik.fleet.run(pattern, TWO, scheduler=client, tasks=7, lagging=True)
+    same(result.frame(per_user=True), expected)
+    # Each run's profile, added up over the tasks, counts what one process counts.
+    one = _nuvik.replay_text(frame.to_csv(index=False), "one", TWO, False, 0.05, None, False, lagging=True)
+    for (label, _, _, _, profile), run in zip(result.runs, one["runs"]):
+        expected_profile = run["profile"]
+        assert label == run["label"]
+        for key in ("by_launch_index", "by_hour", "by_day", "first_date"):
+            assert profile[key] == expected_profile[key]
+        # Sums of by_date depend on the order of adding.
+        assert [date[0] for date in profile["by_date"]] == [date[0] for date in expected_profile["by_date"]]
+        assert sum(profile["by_date"], ()) == pytest.approx(sum(expected_profile["by_date"], ()))
     command = [sys.executable, "-m", "nuvik.fleet", pattern, "--compare", *TWO, "--format", "json", "--scheduler",
-               client.scheduler.address]
+               client.scheduler.address, "--lagging"]
     output = json.loads(subprocess.run(command, capture_output=True, check=True, timeout=120).stdout)
     text = frame.to_csv(index=False).encode()
-    tool = json.loads(subprocess.run([REPLAY, "-", "--compare", *TWO, "--format", "json"], input=text,
+    tool = json.loads(subprocess.run([REPLAY, "-", "--compare", *TWO, "--format", "json", "--lagging"], input=text,
                                      capture_output=True, check=True, timeout=120).stdout)
     for report in (output, tool):
         del report["source"]
@@ -134,7 +147,7 @@ def test_bad_rows_are_reported_not_lost(client, tmp_path):
 
 def test_command_on_a_local_cluster_prints_the_tools_json(sample_json):
     command = [sys.executable, "-m", "nuvik.fleet", SAMPLE_LOG, "--compare", *ENSEMBLES, "--per-user", "--format",
-               "json", "--workers", "2"]
+               "json", "--workers", "2", *ROW_ARGUMENTS]
     output = json.loads(subprocess.run(command, capture_output=True, check=True, timeout=120).stdout)
     expected = sample_json[0]
     for report in (output, expected):

@@ -3,19 +3,24 @@ import pandas as pd
 import pytest
 
 import nuvik
-from conftest import ENSEMBLES, SAMPLE_LOG, frame_rows, replay_json, tool_error
+from conftest import ENSEMBLES, ROW, SAMPLE_LOG, frame_rows, replay_json, tool_error
 
 
 def test_sample_log_equals_nuvik_replay_json(sample_json):
     report, per_user_rows = sample_json
     frame = pd.read_csv(SAMPLE_LOG)
-    per_user = nuvik.replay(frame, ENSEMBLES, per_user=True)
-    assert frame_rows(per_user) == per_user_rows
-    overall = nuvik.replay(frame, ENSEMBLES)
-    assert list(overall.columns) == ["ensemble", "users", "launches", "scored", "apps", "sum_map", "sum_recall", "map",
-                                     "recall_at_5", "us_per_launch"]
-    assert frame_rows(overall) == replay_json(SAMPLE_LOG, "--compare", *ENSEMBLES)[1]
+    per_user = nuvik.replay(frame, ENSEMBLES, per_user=True, **ROW)
+    assert frame_rows(per_user, row=True) == per_user_rows
+    overall = nuvik.replay(frame, ENSEMBLES, lagging=True)
+    assert list(overall.columns) == ["ensemble", "users", "launches", "scored", "apps", "sum_map", "sum_recall",
+                                     "sum_hit1", "sum_hit3", "sum_hit5", "sum_mrr5", "sum_ndcg5", "map", "recall_at_5",
+                                     "hit_at_1", "hit_at_3", "hit_at_5", "mrr_at_5", "ndcg_at_5", "us_per_launch"]
+    assert [name for name in per_user.columns if name not in overall.columns] == [
+        "user", "sum_row_hit", "sum_dock_or_row_hit", "sum_churn", "churn_count", "row_hit", "dock_or_row_hit", "churn"]
+    assert frame_rows(overall) == replay_json(SAMPLE_LOG, "--compare", *ENSEMBLES, "--lagging")[1]
+    assert list(overall["ensemble"][:2]) == [ENSEMBLES[0], ENSEMBLES[0] + " (lagging)"]
     assert list(overall["ensemble"][-2:]) == ["baseline: most recently used", "baseline: most frequently used"]
+    assert (overall["sum_hit5"] == overall["sum_recall"]).all()
     assert (overall["us_per_launch"] > 0).all()
 
 
@@ -55,3 +60,7 @@ def test_bad_rows_raise_the_tools_message(tmp_path):
         nuvik.replay(good.rename(columns={"timestamp": "time"}), ["linear"])
     with pytest.raises(ValueError, match="utc_offset"):
         nuvik.replay(good, ["linear"], utc_offset="Paris")
+    with pytest.raises(ValueError, match="dock and stable need a row"):
+        nuvik.replay(good, ["linear"], dock=4)
+    with pytest.raises(ValueError, match="row must be at least 1"):
+        nuvik.replay(good, ["linear"], row=0)

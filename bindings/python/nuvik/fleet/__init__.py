@@ -47,50 +47,57 @@ class FleetResult:
         self.bad_rows = bad_rows
         self.bad_row_samples = bad_row_samples
         self.user_names = user_names
-        self.runs = runs  # (label, baseline, apps, per-user totals in log order)
+        # (label, baseline, apps, per-user totals in log order, profile added up over all users)
+        self.runs = runs
+        self.row = False  # replayed with a suggestion row
         self.peak_memory = {}  # worker address: peak resident bytes, at the end of the run
         self.peak_task_launches = None  # most launches a replay task held at once (files only)
 
     def frame(self, per_user=False):
         """The same frame as nuvik.replay."""
-        return result_frame(self.runs, self.user_names, per_user)
+        return result_frame(self.runs, self.user_names, per_user, self.row)
 
     def report(self, format="table", per_user=False):
         """nuvik-replay's table ("table") or JSON ("json") as text."""
         return _nuvik.report(format, self.source, self.launches, self.apps, self.bad_rows, self.user_names,
-                             self.runs, per_user)
+                             self.runs, per_user, self.row)
 
 
 def replay(logs, ensembles, *, scheduler=None, workers=None, skip_repeats=False, kill_threshold=0.05,
-           utc_offset=None, per_user=False, skip_bad_rows=False, progress=False, tasks=None, memory_limit=None):
+           utc_offset=None, per_user=False, skip_bad_rows=False, lagging=False, row=None, dock=0, stable=False,
+           progress=False, tasks=None, memory_limit=None):
     """nuvik.replay over a Dask cluster; returns the same frame.
 
     logs: file paths or globs ("logs/*.csv.gz": CSV or TSV, plain or gzip, as nuvik-replay reads them; together
     they are one log, in the order given, each glob's files sorted by name) or a Dask DataFrame with the columns
     of nuvik.replay. scheduler: None for a LocalCluster of `workers` processes (default: one per core), else an
     address or a distributed.Client. A bad row raises ValueError with nuvik-replay's message (for a Dask
-    DataFrame, lines count within each partition); skip_bad_rows drops such rows instead. tasks: about how
-    many replay tasks share the users (default: one per LAUNCHES_PER_TASK launches; a user is never split);
-    progress: draw a progress bar on a terminal; memory_limit: of each local worker ("2GiB"), past which Dask
-    spills a Dask DataFrame's waiting partitions to disk.
+    DataFrame, lines count within each partition); skip_bad_rows drops such rows instead. lagging, row, dock,
+    stable: as in nuvik.replay. tasks: about how many replay tasks share the users (default: one per LAUNCHES_PER_TASK
+    launches; a user is never split); progress: draw a progress bar on a terminal; memory_limit: of each local
+    worker ("2GiB"), past which Dask spills a Dask DataFrame's waiting partitions to disk.
     """
     return run(logs, ensembles, scheduler=scheduler, workers=workers, skip_repeats=skip_repeats,
-               kill_threshold=kill_threshold, utc_offset=utc_offset, skip_bad_rows=skip_bad_rows,
-               progress=progress, tasks=tasks, memory_limit=memory_limit).frame(per_user)
+               kill_threshold=kill_threshold, utc_offset=utc_offset, skip_bad_rows=skip_bad_rows, lagging=lagging,
+               row=row, dock=dock, stable=stable, progress=progress, tasks=tasks,
+               memory_limit=memory_limit).frame(per_user)
 
 
 def run(logs, ensembles, *, scheduler=None, workers=None, skip_repeats=False, kill_threshold=0.05, utc_offset=None,
-        skip_bad_rows=False, progress=False, tasks=None, memory_limit=None):
+        skip_bad_rows=False, lagging=False, row=None, dock=0, stable=False, progress=False, tasks=None,
+        memory_limit=None):
     """Replays the logs on the cluster and returns the FleetResult; the arguments are those of replay."""
     ensembles = ensemble_list(ensembles)
-    # Checks the ensembles (ValueError) and names the runs before any task starts.
+    # Checks the ensembles and the row (ValueError) and names the runs before any task starts.
     empty = np.zeros(0, dtype=np.int64)
+    runs_of = dict(lagging=lagging, row=row, dock=dock, stable=stable)
     runs = [(run["label"], run["baseline"]) for run in
-            _nuvik.replay_columns(empty, [], empty, [], empty, ensembles, skip_repeats, kill_threshold)["runs"]]
+            _nuvik.replay_columns(empty, [], empty, [], empty, ensembles, skip_repeats, kill_threshold,
+                                  **runs_of)["runs"]]
     frame = _dask_frame(logs)
     paths = None if frame is not None else _expand(logs)
     options = dict(skip_repeats=skip_repeats, kill_threshold=kill_threshold, utc_offset=utc_offset,
-                   skip_bad_rows=skip_bad_rows)
+                   skip_bad_rows=skip_bad_rows, runs_of=runs_of)
     with _connect(scheduler, workers, memory_limit) as client:
         if frame is not None:
             source = FRAME_SOURCE
@@ -101,6 +108,7 @@ def run(logs, ensembles, *, scheduler=None, workers=None, skip_repeats=False, ki
         results = _gather(futures, progress)
         peak = client.run(_peak_memory)
     result = _combine(source, runs, logs_read, results)
+    result.row = row is not None
     result.peak_memory = peak
     if frame is None:
         result.peak_task_launches = max(share["peak_launches"] for share in results)
@@ -154,13 +162,14 @@ def _index_file(path, utc_offset, skip_bad_rows):
         return {"error": str(error)}
 
 
-def _replay_users(paths, names, keys, ensembles, skip_repeats, kill_threshold, utc_offset, skip_bad_rows):
+def _replay_users(paths, names, keys, ensembles, skip_repeats, kill_threshold, utc_offset, skip_bad_rows, runs_of):
     """Replays a share of the users, reading only their rows of the files; keys: their places in the log."""
-    result = _nuvik.replay_files(paths, names, ensembles, skip_repeats, kill_threshold, utc_offset, skip_bad_rows)
+    result = _nuvik.replay_files(paths, names, ensembles, skip_repeats, kill_threshold, utc_offset, skip_bad_rows,
+                                 **runs_of)
     return {
         "keys": list(keys),
         "users": result["users"],
-        "runs": [(run["apps"], run["users"]) for run in result["runs"]],
+        "runs": [(run["apps"], run["users"], run["profile"]) for run in result["runs"]],
         "apps": set(result["app_names"]),
         "launches": result["launches"],
         "bad_rows": result["bad_rows"],
@@ -185,7 +194,8 @@ def _submit_frame(client, frame, ensembles, tasks, **options):
     # Each part is split by user into one piece per task; a task gathers its pieces of every part.
     splits = client.map(_split, parsed, tasks=tasks)
     return logs_read, [client.submit(_replay_share, client.map(operator.itemgetter(t), splits), sources, ensembles,
-                                     options["skip_repeats"], options["kill_threshold"], options["skip_bad_rows"])
+                                     options["skip_repeats"], options["kill_threshold"], options["skip_bad_rows"],
+                                     options["runs_of"])
                        for t in range(tasks)]
 
 
@@ -270,7 +280,7 @@ def _local_time(seconds):
     return pd.Timestamp(int(seconds), unit="s").strftime("%Y-%m-%d %H:%M:%S")
 
 
-def _replay_share(pieces, sources, ensembles, skip_repeats, kill_threshold, skip_bad_rows):
+def _replay_share(pieces, sources, ensembles, skip_repeats, kill_threshold, skip_bad_rows, runs_of):
     """Replays every user of a share in log order; the results say where each user first appears."""
     share = pd.concat(pieces, ignore_index=True).sort_values(["part", "order"], kind="stable", ignore_index=True)
     # Each file is in time order per user; a user's rows must also not go back in time from one file to the next.
@@ -289,12 +299,12 @@ def _replay_share(pieces, sources, ensembles, skip_repeats, kill_threshold, skip
     users, user_names = pd.factorize(share["user"])
     apps, app_names = pd.factorize(share["app"])
     result = _nuvik.replay_columns(users, list(user_names), apps, list(app_names), share["time"].to_numpy(),
-                                   ensembles, skip_repeats, kill_threshold)
+                                   ensembles, skip_repeats, kill_threshold, **runs_of)
     first = np.unique(users, return_index=True)[1]  # codes number users in order of appearance
     return {
         "keys": list(zip(share["part"].to_numpy()[first].tolist(), share["order"].to_numpy()[first].tolist())),
         "users": result["users"],
-        "runs": [(run["apps"], run["users"]) for run in result["runs"]],
+        "runs": [(run["apps"], run["users"], run["profile"]) for run in result["runs"]],
         "apps": set(app_names),
         "launches": len(share),
         "bad_rows": int(earlier.sum()),
@@ -345,13 +355,15 @@ class _ProgressBar:
 
 
 def _combine(source, runs, logs_read, results):
-    """Per-user results in log order (users by first appearance), added up as nuvik-replay adds them."""
-    users = sorted((key, name, tuple(totals[u] for _, totals in result["runs"]))
+    """Per-user results in log order (users by first appearance), added up as nuvik-replay adds them; the
+    tasks' profiles added up."""
+    users = sorted((key, name, tuple(totals[u] for _, totals, _ in result["runs"]))
                    for result in results for u, (key, name) in enumerate(zip(result["keys"], result["users"])))
     combined = []
     for r, (label, baseline) in enumerate(runs):
         apps = set().union(*(result["runs"][r][0] for result in results))
-        combined.append((label, baseline, len(apps), [totals[r] for _, _, totals in users]))
+        profile = _nuvik.add_profiles(result["runs"][r][2] for result in results)
+        combined.append((label, baseline, len(apps), [totals[r] for _, _, totals in users], profile))
     samples = [sample for summary in logs_read for sample in summary["bad_row_samples"]]
     samples += [sample for result in results for sample in result["bad_row_samples"]]
     bad_rows = sum(summary["bad_rows"] for summary in logs_read) + sum(result["bad_rows"] for result in results)

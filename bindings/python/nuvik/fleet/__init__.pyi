@@ -16,6 +16,7 @@ class FleetResult:
     bad_row_samples: list[str]
     user_names: list[str]
     runs: list[Any]
+    row: bool
     peak_memory: dict[str, int]
     peak_task_launches: Optional[int]
     def frame(self, per_user: bool = False) -> pd.DataFrame: ...
@@ -24,9 +25,11 @@ class FleetResult:
 def replay(logs: Logs, ensembles: Union[str, Iterable[str]], *, scheduler: Union[None, str, Client] = None,
            workers: Optional[int] = None, skip_repeats: bool = False, kill_threshold: float = 0.05,
            utc_offset: Optional[str] = None, per_user: bool = False, skip_bad_rows: bool = False,
+           lagging: bool = False, row: Optional[int] = None, dock: int = 0, stable: bool = False,
            progress: bool = False, tasks: Optional[int] = None,
            memory_limit: Union[None, int, str] = None) -> pd.DataFrame: ...
 def run(logs: Logs, ensembles: Union[str, Iterable[str]], *, scheduler: Union[None, str, Client] = None,
         workers: Optional[int] = None, skip_repeats: bool = False, kill_threshold: float = 0.05,
-        utc_offset: Optional[str] = None, skip_bad_rows: bool = False, progress: bool = False,
+        utc_offset: Optional[str] = None, skip_bad_rows: bool = False, lagging: bool = False,
+        row: Optional[int] = None, dock: int = 0, stable: bool = False, progress: bool = False,
         tasks: Optional[int] = None, memory_limit: Union[None, int, str] = None) -> FleetResult: ...

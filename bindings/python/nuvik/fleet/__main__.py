@@ -33,11 +33,23 @@ def parse_arguments(argv):
     parser.add_argument("--kill-threshold", type=float, default=0.05, help="kill-list threshold of the facade")
     parser.add_argument("--utc-offset", help="local time offset for epoch timestamps, e.g. +02:00")
     parser.add_argument("--skip-bad-rows", action="store_true", help="count and skip malformed rows")
+    parser.add_argument("--lagging", action="store_true",
+                        help="after each ensemble, score the list the facade showed before each launch")
+    parser.add_argument("--row", type=int, metavar="K", help="score the row of K suggestions a launcher would show")
+    parser.add_argument("--dock", type=int, default=0, metavar="N",
+                        help="with --row: leave the user's N most launched apps to a dock beside it")
+    parser.add_argument("--stable", action="store_true", help="with --row: keep the previous row's apps in place")
     parser.add_argument("--stats", action="store_true",
                         help="print launches per second and each worker's peak memory to standard error")
     arguments = parser.parse_args(argv)
     if arguments.workers is not None and arguments.workers < 1:
         parser.error("--workers must be at least 1")
+    if arguments.row is not None and not 1 <= arguments.row < 2**64:
+        parser.error("--row must be a count of at least 1")
+    if not 0 <= arguments.dock < 2**64:
+        parser.error("--dock must be a count")
+    if arguments.row is None and (arguments.dock or arguments.stable):
+        parser.error("--dock and --stable need --row")
     return arguments
 
 
@@ -49,7 +61,8 @@ def main(argv=None):
                      workers=arguments.workers, memory_limit=arguments.memory_limit,
                      skip_repeats=arguments.skip_repeats,
                      kill_threshold=arguments.kill_threshold, utc_offset=arguments.utc_offset,
-                     skip_bad_rows=arguments.skip_bad_rows, progress=True)
+                     skip_bad_rows=arguments.skip_bad_rows, lagging=arguments.lagging, row=arguments.row,
+                     dock=arguments.dock, stable=arguments.stable, progress=True)
     except (ValueError, OSError) as error:
         print(f"{PROGRAM}: {error}", file=sys.stderr)
         return 1

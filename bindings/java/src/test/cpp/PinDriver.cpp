@@ -1,8 +1,10 @@
 // The C++ side of the Java conformance tests, through the public API only.
-//   nuvik-pin-driver replay          prints a launch stream, with the facade's answers after every step
+//   nuvik-pin-driver replay          prints a launch stream, with the facade's answers after every step and
+//                                    a suggestions row before it
 //   nuvik-pin-driver resave NAME...  loads the document on stdin into Nuvik(NAMEs) and writes it again
 // Names and documents are printed as hexadecimal UTF-8 bytes, doubles as the hexadecimal of their bits.
 #include <cinttypes>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -15,10 +17,13 @@
 #include <vector>
 
 #include <nuvik/Nuvik.h>
+#include <nuvik/Suggestions.h>
 
 namespace {
 
 using NuvikPrediction::Nuvik;
+using NuvikPrediction::RowRequest;
+using NuvikPrediction::Suggestions;
 
 std::string Hex(const std::string& bytes) {
   static const char kDigits[] = "0123456789abcdef";
@@ -47,6 +52,46 @@ std::vector<std::string> Apps() {
   return apps;
 }
 
+// Each name as a space and its hexadecimal, so that an empty name shows too.
+void PrintNames(const std::vector<std::string>& names) {
+  for (const std::string& name : names) std::cout << ' ' << Hex(name);
+}
+
+// Rows of sizes 0 to 6, runs of stable rows, screens, installed sets, and a
+// fallback with an empty name, a repeat and applications the ranking holds.
+RowRequest RequestAt(int step, const std::vector<std::string>& apps) {
+  RowRequest request;
+  request.stable = step / 40 % 2 == 1;
+  request.count = request.stable ? (step % 10 == 0 ? 2 : 4) : static_cast<std::size_t>(step % 7);
+  if (step % 4 == 0) request.exclude = {apps[step % apps.size()], apps[step * 3 % apps.size()]};
+  if (step % 5 == 1) {
+    for (std::size_t i = 0; i < apps.size(); i += 2) request.installed.push_back(apps[i]);
+    request.installed.push_back("fallback.app");
+  }
+  request.fallback = {"fallback.app", "", apps[0], "fallback.app", apps[5]};
+  return request;
+}
+
+// Dismissals ('d'), restorations ('r', 9 is never dismissed) and clearing ('c')
+// at chosen steps, each followed by the dismissed list.
+void ChangeDismissed(int step, const std::vector<std::string>& apps, Suggestions& suggestions) {
+  static const struct {
+    int step;
+    char change;
+    std::size_t app;
+  } kChanges[] = {{60, 'd', 1}, {70, 'd', 2}, {75, 'd', 1}, {90, 'r', 2}, {95, 'r', 9}, {130, 'd', 7},
+                  {200, 'c', 0}, {220, 'd', 0}};
+  for (const auto& [at, change, app] : kChanges) {
+    if (at != step) continue;
+    if (change == 'd') suggestions.Dismiss(apps[app]), std::cout << "dismiss " << Hex(apps[app]);
+    if (change == 'r') suggestions.Restore(apps[app]), std::cout << "restore " << Hex(apps[app]);
+    if (change == 'c') suggestions.ClearDismissed(), std::cout << "cleardismissed";
+    std::cout << "\ndismissed";
+    PrintNames(suggestions.Dismissed());
+    std::cout << '\n';
+  }
+}
+
 void PrintState(const Nuvik& nuvik, const std::vector<std::string>& probes) {
   std::cout << "next";
   for (const std::string& app : nuvik.GetNext()) std::cout << ' ' << Hex(app);
@@ -66,6 +111,7 @@ int Replay() {
   const std::vector<std::string> apps = Apps();
   const std::vector<std::string> probes = {apps[1], apps[2], "never launched"};
   Nuvik nuvik(names);
+  Suggestions suggestions;
   std::cout << "predictors " << names[0] << ' ' << names[1] << '\n';
   std::uint64_t state = 12345;
   const auto random = [&state](std::uint64_t bound) {
@@ -93,6 +139,17 @@ int Replay() {
     std::tm time{};
     time.tm_hour = hour;
     time.tm_min = minuteOfHour;
+    ChangeDismissed(step, apps, suggestions);
+    const RowRequest request = RequestAt(step, apps);
+    std::cout << "row " << hour << ' ' << minuteOfHour << ' ' << request.count << ' ' << request.stable << '|';
+    PrintNames(request.exclude);
+    std::cout << '|';
+    PrintNames(request.installed);
+    std::cout << '|';
+    PrintNames(request.fallback);
+    std::cout << '|';
+    PrintNames(suggestions.Row(nuvik, time, request));
+    std::cout << '\n';
     nuvik.Update(apps[last], time);
     std::cout << "launch " << Hex(apps[last]) << ' ' << hour << ' ' << minuteOfHour << '\n';
     PrintState(nuvik, probes);
@@ -100,6 +157,9 @@ int Replay() {
   std::ostringstream document;
   nuvik.SerializeJson(document);
   std::cout << "document " << Hex(document.str()) << '\n';
+  std::ostringstream saved;
+  suggestions.SerializeJson(saved);
+  std::cout << "suggestions " << Hex(saved.str()) << '\n';
   return 0;
 }
 

@@ -4,10 +4,11 @@ import java.lang.ref.PhantomReference;
 import java.lang.ref.ReferenceQueue;
 import java.util.Set;
 import java.util.concurrent.ConcurrentHashMap;
+import java.util.function.LongConsumer;
 
 /**
- * Frees the native facade of a {@link Nuvik} that was never closed, once the Java object is unreachable: a phantom
- * reference queue drained by one daemon thread (java.lang.ref.Cleaner needs Android API 33).
+ * Frees the native object of a {@link Nuvik} or a {@link Suggestions} that was never closed, once the Java object is
+ * unreachable: a phantom reference queue drained by one daemon thread (java.lang.ref.Cleaner needs Android API 33).
  */
 final class NativeReaper {
   private static final ReferenceQueue<Object> QUEUE = new ReferenceQueue<>();
@@ -24,16 +25,18 @@ final class NativeReaper {
 
   /** The native address owned by one Java object; freed exactly once, by {@link #free} or by the reaper. */
   static final class Handle extends PhantomReference<Object> {
+    private final LongConsumer delete;
     private long address;
 
-    private Handle(Object owner, long address) {
+    private Handle(Object owner, long address, LongConsumer delete) {
       super(owner, QUEUE);
+      this.delete = delete;
       this.address = address;
     }
 
     synchronized void free() {
       if (address != 0) {
-        Nuvik.deleteNative(address);
+        delete.accept(address);
         address = 0;
       }
       clear();
@@ -41,8 +44,9 @@ final class NativeReaper {
     }
   }
 
-  static Handle track(Object owner, long address) {
-    Handle handle = new Handle(owner, address);
+  /** Frees {@code address} with {@code delete} once {@code owner} is unreachable, unless freed before. */
+  static Handle track(Object owner, long address, LongConsumer delete) {
+    Handle handle = new Handle(owner, address, delete);
     PENDING.add(handle);
     return handle;
   }

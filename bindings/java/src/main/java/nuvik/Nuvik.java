@@ -12,13 +12,15 @@ import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
 import java.util.Objects;
+import java.util.function.LongFunction;
 
 /**
  * On-device prediction of the next application launch: the Java face of the C++ facade {@code NuvikPrediction::Nuvik}
  * in {@code libnuvik.so}, through {@code libnuvik_jni.so}.
  *
  * <p>Feed it every launch with {@link #update(String, int, int)}; ask it at any moment for the ranked list of likely
- * next applications ({@link #next()}), per-application scores and the running quality metrics of its own ranking.
+ * next applications ({@link #next()}, or {@link #nextAt(int, int)} for now), per-application scores and the running
+ * quality metrics of its own ranking. {@link Suggestions} turns the ranking into a launcher's row.
  * Predictor type names: {@code stat_counter} (the default), {@code linear}, {@code double_linear},
  * {@code markov_chain3_invalidate}, {@code knn_regression}; an unknown name builds a {@code stat_counter}.
  *
@@ -62,7 +64,7 @@ public final class Nuvik implements AutoCloseable {
 
   private Nuvik(long address) {
     this.address = address;
-    this.handle = NativeReaper.track(this, address);
+    this.handle = NativeReaper.track(this, address, Nuvik::deleteNative);
   }
 
   /**
@@ -118,6 +120,57 @@ public final class Nuvik implements AutoCloseable {
         Reference.reachabilityFence(this);
       }
     }
+  }
+
+  /**
+   * The ranking for now, for a launcher drawing its suggestions between two launches: every known application, best
+   * first, ranked at {@code hour:minute} from everything learned so far. {@link #next()} is one launch behind; this
+   * is exactly the list that it will answer after the next accepted {@link #update(String, int, int)} at that time
+   * (same scores, priorities and ties), as long as nothing else changes the facade in between. Hour and minute are
+   * passed on as they are, as {@code update} passes them.
+   *
+   * <p>Changes nothing: every other answer, now and after any later call (lists, weights, metrics, saved documents),
+   * is the same as that of a facade never asked. Unmodifiable.
+   */
+  public List<String> nextAt(int hour, int minute) {
+    synchronized (lock) {
+      try {
+        return Collections.unmodifiableList(Arrays.asList(nNextAt(open(), hour, minute)));
+      } finally {
+        Reference.reachabilityFence(this);
+      }
+    }
+  }
+
+  /**
+   * The first {@code count} applications of {@link #nextAt(int, int)} (all of them when fewer are known), without
+   * ordering the rest; changes nothing. Unmodifiable.
+   *
+   * @throws IllegalArgumentException if {@code count} is negative
+   */
+  public List<String> nextAt(int hour, int minute, int count) {
+    if (count < 0) throw new IllegalArgumentException("count must not be negative: " + count);
+    synchronized (lock) {
+      try {
+        return Collections.unmodifiableList(Arrays.asList(nNextAtFirst(open(), hour, minute, count)));
+      } finally {
+        Reference.reachabilityFence(this);
+      }
+    }
+  }
+
+  /** {@link #nextAt(int, int)} at {@code time}'s hour and minute; changes nothing. */
+  public List<String> nextAt(LocalTime time) {
+    return nextAt(time.getHour(), time.getMinute());
+  }
+
+  /**
+   * {@link #nextAt(int, int, int)} at {@code time}'s hour and minute; changes nothing.
+   *
+   * @throws IllegalArgumentException if {@code count} is negative
+   */
+  public List<String> nextAt(LocalTime time, int count) {
+    return nextAt(time.getHour(), time.getMinute(), count);
   }
 
   /** Always empty in this version of the library. */
@@ -176,6 +229,28 @@ public final class Nuvik implements AutoCloseable {
         Reference.reachabilityFence(this);
       }
     }
+  }
+
+  /**
+   * What {@link #weights(List)} will answer after the next accepted {@link #update(String, int, int)} at
+   * {@code hour:minute}: for each application, in order, its combined score at that time if it is known, else its
+   * weight from the last preparation, else 0.0. Hour and minute are passed on as they are. Changes nothing, as
+   * {@link #nextAt(int, int)}.
+   */
+  public double[] weightsAt(int hour, int minute, List<String> apps) {
+    String[] names = nonNullElements(apps.toArray(new String[0]), "app");
+    synchronized (lock) {
+      try {
+        return nWeightsAt(open(), hour, minute, names);
+      } finally {
+        Reference.reachabilityFence(this);
+      }
+    }
+  }
+
+  /** {@link #weightsAt(int, int, List)} at {@code time}'s hour and minute; changes nothing. */
+  public double[] weightsAt(LocalTime time, List<String> apps) {
+    return weightsAt(time.getHour(), time.getMinute(), apps);
   }
 
   /**
@@ -401,12 +476,26 @@ public final class Nuvik implements AutoCloseable {
     return address;
   }
 
+  /**
+   * Runs {@code call} on the native facade, holding this instance's lock and keeping it reachable until it returns:
+   * how {@link Suggestions} reads the facade.
+   */
+  <T> T withFacade(LongFunction<T> call) {
+    synchronized (lock) {
+      try {
+        return call.apply(open());
+      } finally {
+        Reference.reachabilityFence(this);
+      }
+    }
+  }
+
   private static String[] nonNullElements(String[] values, String what) {
     for (String value : values) Objects.requireNonNull(value, what);
     return values;
   }
 
-  static void deleteNative(long address) {
+  private static void deleteNative(long address) {
     nDelete(address);
   }
 
@@ -431,11 +520,14 @@ public final class Nuvik implements AutoCloseable {
   private static native void nUpdateTagged(long address, String app, int hour, int minute, String tag);
   private static native void nClear(long address);
   private static native String[] nNext(long address);
+  private static native String[] nNextAt(long address, int hour, int minute);
+  private static native String[] nNextAtFirst(long address, int hour, int minute, int count);
   private static native String[] nSoon(long address);
   private static native String[] nKill(long address);
   private static native double nWeight(long address, String app);
   private static native double nWeightDet(long address, String app);
   private static native double[] nWeights(long address, String[] apps);
+  private static native double[] nWeightsAt(long address, int hour, int minute, String[] apps);
   private static native Object[] nAllWeights(long address);
   private static native double nSoonWeight(long address, double[] scores);
   private static native void nSetAppsPriority(long address, String[] apps, int[] priorities);

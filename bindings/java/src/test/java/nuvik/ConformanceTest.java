@@ -14,15 +14,20 @@ import java.util.List;
 import java.util.Map;
 import org.junit.jupiter.api.Test;
 
-/** Java against the C++ facade, driven by nuvik-pin-driver (its path in the system property nuvik.pinDriver). */
+/**
+ * Java against the C++ facade and suggestions, driven by nuvik-pin-driver (its path in the system property
+ * nuvik.pinDriver).
+ */
 class ConformanceTest {
   @Test
   void sameStreamGivesTheSameAnswersCallForCall() throws Exception {
     String[] lines = new String(run(new byte[0], "replay"), StandardCharsets.UTF_8).split("\n");
     String[] predictors = Arrays.copyOfRange(lines[0].split(" "), 1, 3);
     byte[] cppDocument = null;
+    byte[] cppSuggestions = null;
     int launches = 0;
-    try (Nuvik nuvik = new Nuvik(predictors)) {
+    int rows = 0;
+    try (Nuvik nuvik = new Nuvik(predictors); Suggestions suggestions = new Suggestions()) {
       for (int n = 1; n < lines.length; ++n) {
         String[] f = lines[n].split(" ");
         String at = "line " + (n + 1) + ": ";
@@ -44,6 +49,27 @@ class ConformanceTest {
             break;
           case "clearmetrics":
             nuvik.clearMetrics();
+            break;
+          case "dismiss":
+            suggestions.dismiss(text(f[1]));
+            break;
+          case "restore":
+            suggestions.restore(text(f[1]));
+            break;
+          case "cleardismissed":
+            suggestions.clearDismissed();
+            break;
+          case "dismissed":
+            assertEquals(names(lines[n].substring("dismissed".length())), suggestions.dismissed(), at);
+            break;
+          case "row":
+            String[] parts = lines[n].split("\\|", -1);
+            String[] time = parts[0].split(" ");
+            RowRequest request = RowRequest.builder().count(Integer.parseInt(time[3])).stable(time[4].equals("1"))
+                .exclude(names(parts[1])).installed(names(parts[2])).fallback(names(parts[3])).build();
+            assertEquals(names(parts[4]),
+                suggestions.row(nuvik, Integer.parseInt(time[1]), Integer.parseInt(time[2]), request), at);
+            ++rows;
             break;
           case "next":
             List<String> expected = new ArrayList<>();
@@ -70,16 +96,23 @@ class ConformanceTest {
             cppDocument = bytes(f[1]);
             assertArrayEquals(cppDocument, nuvik.save());
             break;
+          case "suggestions":
+            cppSuggestions = bytes(f[1]);
+            assertArrayEquals(cppSuggestions, suggestions.save());
+            break;
           default:
             throw new AssertionError(at + "unknown record " + f[0]);
         }
       }
     }
     assertEquals(400, launches);
-    // A C++ document loads in Java and saves again to the same bytes.
-    try (Nuvik loaded = new Nuvik()) {
+    assertEquals(400, rows);
+    // C++ documents load in Java and save again to the same bytes.
+    try (Nuvik loaded = new Nuvik(); Suggestions loadedSuggestions = new Suggestions()) {
       loaded.load(cppDocument);
       assertArrayEquals(cppDocument, loaded.save());
+      loadedSuggestions.load(cppSuggestions);
+      assertArrayEquals(cppSuggestions, loadedSuggestions.save());
     }
   }
 
@@ -126,6 +159,14 @@ class ConformanceTest {
 
   private static String text(String hex) {
     return new String(bytes(hex), StandardCharsets.UTF_8);
+  }
+
+  // Names written as a space and the hexadecimal of each, so that an empty name shows too.
+  private static List<String> names(String spacedHex) {
+    List<String> names = new ArrayList<>();
+    if (spacedHex.isEmpty()) return names;
+    for (String hex : spacedHex.substring(1).split(" ", -1)) names.add(text(hex));
+    return names;
   }
 
   private static String hex(String text) {

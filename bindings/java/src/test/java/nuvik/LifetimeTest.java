@@ -11,20 +11,24 @@ import org.junit.jupiter.api.Test;
 class LifetimeTest {
   @Test
   void droppedInstancesAreFreedOnceCollected() throws InterruptedException {
-    long before = settledLiveFacades();
-    for (int i = 0; i < 1000; ++i) new Nuvik("linear").update("app" + i, 12, 0);
-    assertTrue(Nuvik.liveNativeFacades() > before);
+    long before = settledLiveObjects();
+    for (int i = 0; i < 1000; ++i) {
+      new Nuvik("linear").update("app" + i, 12, 0);
+      new Suggestions().dismiss("app" + i);
+    }
+    assertTrue(liveObjects() > before);
     long deadline = System.nanoTime() + 20_000_000_000L;
-    while (Nuvik.liveNativeFacades() > before && System.nanoTime() < deadline) {
+    while (liveObjects() > before && System.nanoTime() < deadline) {
       System.gc();
       Thread.sleep(10);
     }
-    assertEquals(before, Nuvik.liveNativeFacades());
+    assertEquals(before, liveObjects());
   }
 
   @Test
   void eightThreadsShareOneInstance() throws InterruptedException {
-    try (Nuvik nuvik = new Nuvik("markov_chain3_invalidate", "linear")) {
+    RowRequest request = RowRequest.builder().count(4).stable(true).build();
+    try (Nuvik nuvik = new Nuvik("markov_chain3_invalidate", "linear"); Suggestions suggestions = new Suggestions()) {
       long[] launches = new long[8];
       AtomicReference<Throwable> failure = new AtomicReference<>();
       long deadline = System.nanoTime() + 1_000_000_000L;
@@ -37,6 +41,8 @@ class LifetimeTest {
               nuvik.update("app" + (id * 7 + i) % 40, i % 24, i % 60);
               ++launches[id];
               if (i % 16 == 0) nuvik.next();
+              // A row holds the suggestions' lock, then the facade's.
+              if (i % 16 == 8) suggestions.row(nuvik, i % 24, 0, request);
               if (i % 64 == 0) nuvik.allWeights();
               if (i % 128 == 127) nuvik.load(nuvik.save());
             }
@@ -57,10 +63,14 @@ class LifetimeTest {
     }
   }
 
+  private static long liveObjects() {
+    return Nuvik.liveNativeFacades() + Suggestions.liveNativeObjects();
+  }
+
   // Collects whatever earlier tests dropped, then reads the count.
-  private static long settledLiveFacades() throws InterruptedException {
+  private static long settledLiveObjects() throws InterruptedException {
     long previous = -1;
-    for (long current = Nuvik.liveNativeFacades(); current != previous; current = Nuvik.liveNativeFacades()) {
+    for (long current = liveObjects(); current != previous; current = liveObjects()) {
       previous = current;
       System.gc();
       Thread.sleep(50);

@@ -9,10 +9,12 @@ import java.io.ByteArrayInputStream;
 import java.io.ByteArrayOutputStream;
 import java.nio.charset.StandardCharsets;
 import java.time.LocalTime;
+import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.Collections;
 import java.util.List;
 import java.util.Map;
+import java.util.Random;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.function.Executable;
 
@@ -82,6 +84,53 @@ class NuvikTest {
   }
 
   @Test
+  void nextAtAndWeightsAtAnswerWhatTheNextUpdateWillAndChangeNothing() {
+    String[][] ensembles = {{"stat_counter"}, {"knn_regression", "linear"},
+        {"markov_chain3_invalidate", "double_linear"}, {"linear", "markov_chain3_invalidate", "knn_regression"}};
+    for (String[] predictors : ensembles) {
+      String at = String.join(",", predictors) + ", launch ";
+      List<String> probes = new ArrayList<>(List.of("never launched"));
+      for (int i = 0; i < 24; ++i) probes.add("app" + i);
+      try (Nuvik asked = new Nuvik(predictors); Nuvik plain = new Nuvik(predictors)) {
+        Random random = new Random(41);
+        int app = 0;
+        for (int i = 0; i < 300; ++i) {
+          app = random.nextInt(3) == 0 ? random.nextInt(24) : (app * 5 + 1 + random.nextInt(2)) % 24;
+          // Every 60th launch carries a time outside the day, which passes on as it is.
+          int hour = i % 60 == 59 ? 30 : i / 12 % 24;
+          int minute = i % 60 == 59 ? -7 : random.nextInt(60);
+          if (i == 100) {
+            for (Nuvik nuvik : List.of(asked, plain)) nuvik.setAppsPriority(List.of(Map.entry("app3", 2)));
+          }
+          if (i == 200) {
+            for (Nuvik nuvik : List.of(asked, plain)) nuvik.clear();
+          }
+          List<String> next = asked.nextAt(hour, minute);
+          double[] weights = asked.weightsAt(hour, minute, probes);
+          int count = i % 9;
+          assertEquals(next.subList(0, Math.min(count, next.size())), asked.nextAt(hour, minute, count), at + i);
+          asked.nextAt((hour + 7) % 24, 30);
+          asked.weightsAt((hour + 7) % 24, 30, probes);
+          asked.update("app" + app, hour, minute);
+          plain.update("app" + app, hour, minute);
+          assertEquals(next, asked.next(), at + i);
+          assertArrayEquals(weights, asked.weights(probes), at + i);
+          assertEquals(plain.next(), asked.next(), at + i);
+          assertEquals(plain.allWeights(), asked.allWeights(), at + i);
+          assertEquals(List.of(plain.countMetrics(), plain.sumMap(), plain.sumRecall()),
+              List.of(asked.countMetrics(), asked.sumMap(), asked.sumRecall()), at + i);
+          if (i % 50 == 49) assertArrayEquals(plain.save(), asked.save(), at + i);
+        }
+        LocalTime time = LocalTime.of(21, 45);
+        assertEquals(asked.nextAt(21, 45), asked.nextAt(time));
+        assertEquals(asked.nextAt(21, 45, 2), asked.nextAt(time, 2));
+        assertArrayEquals(asked.weightsAt(21, 45, probes), asked.weightsAt(time, probes));
+        assertThrows(IllegalArgumentException.class, () -> asked.nextAt(time, -1));
+      }
+    }
+  }
+
+  @Test
   void namesCrossAsUtf8BothWays() throws Exception {
     String outsideBmp = "\uD83D\uDE00 chat";
     String withNul = "nul\0byte";
@@ -143,6 +192,8 @@ class NuvikTest {
           () -> nuvik.update(null, 1, 2), () -> nuvik.update("a", 1, 2, null), () -> nuvik.update("a", null),
           () -> nuvik.weight(null), () -> nuvik.weightDet(null), () -> nuvik.weights(null),
           () -> nuvik.weights(Arrays.asList("a", null)), () -> nuvik.soonWeight((double[]) null),
+          () -> nuvik.nextAt(null), () -> nuvik.nextAt(null, 3), () -> nuvik.weightsAt(1, 2, null),
+          () -> nuvik.weightsAt(LocalTime.NOON, Arrays.asList("a", null)), () -> nuvik.weightsAt(null, List.of()),
           () -> nuvik.setAppsPriority(null),
           () -> nuvik.setAppsPriority(List.of(new java.util.AbstractMap.SimpleEntry<>(null, 1))),
           () -> nuvik.setAppsPriority(List.of(new java.util.AbstractMap.SimpleEntry<>("a", null))),
@@ -165,6 +216,7 @@ class NuvikTest {
     assertEquals("Nuvik (closed)", nuvik.toString());
     Executable[] calls = {
         () -> nuvik.update("a", 1, 2), () -> nuvik.update("a", 1, 2, "t"), () -> nuvik.clear(), nuvik::next,
+        () -> nuvik.nextAt(1, 2), () -> nuvik.nextAt(1, 2, 3), () -> nuvik.weightsAt(1, 2, List.of("a")),
         nuvik::soon, nuvik::kill, () -> nuvik.weight("a"), () -> nuvik.weightDet("a"),
         () -> nuvik.weights(List.of("a")), nuvik::allWeights, nuvik::soonWeight,
         () -> nuvik.setAppsPriority(List.of(Map.entry("a", 1))), nuvik::resetPriority, nuvik::countMetrics,
