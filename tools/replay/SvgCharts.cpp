@@ -18,6 +18,7 @@ constexpr double kBoxPanelWidth = 330;
 constexpr double kDifferencePanelWidth = 380;
 constexpr double kSharesPanelWidth = 260;
 constexpr double kRowsGap = 40;
+constexpr double kLabelSpacing = 15;
 
 const char* const kShareColours[] = {"#59a14f", "#bab0ac", "#e15759"};  // better, equal, worse
 const char* const kShareNames[] = {"better", "equal", "worse"};
@@ -221,26 +222,47 @@ void WritePairedChart(std::ostream& out, const std::string& difference, const st
 
 void WriteScatter(std::ostream& out, const Axis& x, const Axis& y, const std::vector<RunKey>& runs,
                   const std::vector<Stroke>& strokes, const std::vector<double>& xs, const std::vector<double>& ys) {
-  double labels = 0.0;
-  for (const RunKey& run : runs) labels = std::max(labels, TextWidth(run.label));
   Panel panel;
   panel.left = kMarginLeft;
   panel.top = kPanelTop;
-  panel.width = 560;
-  panel.height = kLineHeight + 60;
+  panel.width = 480;
+  panel.height = std::max(kLineHeight + 60, kLabelSpacing * static_cast<double>(runs.size()));
   panel.x = x;
   panel.y = y;
   panel.x.grid = true;
   panel.y.grid = true;
-  WriteSvgStart(out, panel.Right() + labels + 30, panel.Bottom() + kMarginBottom, "");
-  WriteAxes(out, panel);
-  WriteMarksStart(out, panel);
+  // Labels in a column right of the panel, in the order of their points'
+  // heights and apart enough to read, each joined to its point.
+  struct Label {
+    double y;
+    std::size_t run;
+  };
+  std::vector<Label> labels;
+  double labelsWidth = 0.0;
   for (std::size_t r = 0; r < runs.size() && r < xs.size() && r < ys.size(); ++r) {
     if (std::isnan(xs[r]) || std::isnan(ys[r])) continue;
-    out << "<circle cx=\"" << Coordinate(panel.X(xs[r])) << "\" cy=\"" << Coordinate(panel.Y(ys[r]))
-        << "\" r=\"5\" fill=\"" << strokes[r].colour << "\"/>\n<text x=\"" << Coordinate(panel.X(xs[r]) + 8)
-        << "\" y=\"" << Coordinate(panel.Y(ys[r]) + 4) << "\" font-size=\"12\">" << EscapeXml(runs[r].label)
-        << "</text>\n";
+    labels.push_back({panel.Y(ys[r]), r});
+    labelsWidth = std::max(labelsWidth, TextWidth(runs[r].label));
+  }
+  std::stable_sort(labels.begin(), labels.end(), [](const Label& a, const Label& b) { return a.y < b.y; });
+  for (std::size_t i = 1; i < labels.size(); ++i) labels[i].y = std::max(labels[i].y, labels[i - 1].y + kLabelSpacing);
+  if (!labels.empty()) labels.back().y = std::min(labels.back().y, panel.Bottom());
+  for (std::size_t i = labels.size(); i-- > 1;)
+    labels[i - 1].y = std::min(labels[i - 1].y, labels[i].y - kLabelSpacing);
+  const double labelLeft = panel.Right() + 60;
+
+  WriteSvgStart(out, labelLeft + labelsWidth + 20, panel.Bottom() + kMarginBottom, "");
+  WriteAxes(out, panel);
+  WriteMarksStart(out, panel);
+  for (const Label& label : labels) {
+    const std::size_t r = label.run;
+    const Stroke& stroke = strokes[r];
+    out << "<line x1=\"" << Coordinate(panel.X(xs[r])) << "\" y1=\"" << Coordinate(panel.Y(ys[r])) << "\" x2=\""
+        << Coordinate(labelLeft - 6) << "\" y2=\"" << Coordinate(label.y) << "\" stroke=\"#bbb\"/>\n"
+        << "<circle cx=\"" << Coordinate(panel.X(xs[r])) << "\" cy=\"" << Coordinate(panel.Y(ys[r]))
+        << "\" r=\"5\" stroke-width=\"2\" stroke=\"" << stroke.colour << "\" fill=\""
+        << (stroke.dashes.empty() ? stroke.colour : "white") << "\"/>\n<text x=\"" << Coordinate(labelLeft) << "\" y=\""
+        << Coordinate(label.y + 4) << "\" font-size=\"12\">" << EscapeXml(runs[r].label) << "</text>\n";
   }
   WriteMarksEnd(out);
   WriteSvgEnd(out);

@@ -48,7 +48,8 @@ void WriteBoxPlots(std::ostream& out, const std::vector<BoxPanel>& panels, const
 void WritePairedChart(std::ostream& out, const std::string& difference, const std::vector<RunKey>& runs,
                       const std::vector<Stroke>& strokes, const std::vector<PairedComparison>& comparisons);
 
-// One labelled point per run at (xs[r], ys[r]); NaN leaves a run out.
+// One point per run at (xs[r], ys[r]), labelled; NaN leaves a run out. A
+// run drawn dashed (a baseline, a lagging run) is a ring.
 void WriteScatter(std::ostream& out, const Axis& x, const Axis& y, const std::vector<RunKey>& runs,
                   const std::vector<Stroke>& strokes, const std::vector<double>& xs, const std::vector<double>& ys);
 

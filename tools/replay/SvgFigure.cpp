@@ -107,8 +107,8 @@ Axis AxisThrough(const std::string& title, double low, double high, int maxTicks
   Axis axis;
   axis.title = title;
   axis.step = NiceStep(high - low, maxTicks);
-  axis.low = std::floor(low / axis.step - 1e-9) * axis.step;
-  axis.high = std::ceil(high / axis.step + 1e-9) * axis.step;
+  axis.low = std::floor(low / axis.step + 1e-9) * axis.step;
+  axis.high = std::ceil(high / axis.step - 1e-9) * axis.step;
   return axis;
 }
 
