@@ -207,7 +207,7 @@ TEST(HtmlReportTest, StaysSmallForTwentyThousandUsers) {
   std::uniform_int_distribution<std::uint64_t> launches(1, 2000);
   std::uniform_real_distribution<double> rate(0.0, 1.0);
   LogSummary log;
-  log.source = "fleet/*.csv.gz";
+  log.source = "fleet/a.csv.gz, fleet/b.csv.gz, fleet/c.csv.gz";
   log.appCount = 5000;
   log.firstLaunch = 1672531200;
   log.lastLaunch = log.firstLaunch + 400 * 86400;
@@ -242,6 +242,7 @@ TEST(HtmlReportTest, StaysSmallForTwentyThousandUsers) {
   EXPECT_LT(page.size(), 2u << 20);
   EXPECT_EQ(MalformedPart(page), "");
   EXPECT_NE(page.find("Suggestion row"), std::string::npos);
+  EXPECT_NE(page.find("<h1>Ensembles replayed on a.csv.gz and 2 more files</h1>"), std::string::npos);
 }
 
 }  // namespace

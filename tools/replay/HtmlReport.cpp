@@ -96,6 +96,18 @@ std::string Share(std::size_t count, std::size_t of) {
   return Count(count) + " (" + Decimals(100.0 * static_cast<double>(count) / static_cast<double>(of), 1) + "%)";
 }
 
+// A log's name for a title: its file's base name, or the first of several
+// (listed with ", ") and how many more.
+std::string ShortName(const std::string& source) {
+  const std::size_t comma = source.find(", ");
+  const std::string first = source.substr(0, comma);
+  std::string name = first.substr(first.rfind('/') + 1);
+  if (comma == std::string::npos) return name;
+  std::size_t more = 0;
+  for (std::size_t at = comma; at != std::string::npos; at = source.find(", ", at + 2)) ++more;
+  return name + " and " + std::to_string(more) + (more == 1 ? " more file" : " more files");
+}
+
 std::string Date(std::int64_t days) { return FormatLocalTime(days * kSecondsPerDay).substr(0, 10); }
 
 std::int64_t DayOf(LocalSeconds time) {
@@ -182,7 +194,7 @@ class Page {
   static constexpr std::size_t kNoRun = static_cast<std::size_t>(-1);
 
   void WriteHeader() {
-    out_ << "<h1>Ensembles replayed on " << EscapeXml(log_.source) << "</h1>\n<dl class=\"facts\">\n"
+    out_ << "<h1>Ensembles replayed on " << EscapeXml(ShortName(log_.source)) << "</h1>\n<dl class=\"facts\">\n"
          << "<dt>log</dt><dd>" << EscapeXml(log_.source) << "</dd>\n"
          << "<dt>users</dt><dd>" << Count(log_.userNames.size()) << " (" << Count(scoredUsers_)
          << " with a scored launch)</dd>\n"
