@@ -35,8 +35,9 @@ p.note, figcaption { color: #555; }
 dl.facts { display: grid; grid-template-columns: max-content auto; gap: 2px 16px; font-size: 14px; margin: 0; }
 dl.facts dt { color: #555; }
 dl.facts dd { margin: 0; }
+div.table { overflow-x: auto; }
 table { border-collapse: collapse; font-size: 14px; font-variant-numeric: tabular-nums; margin: 8px 0; }
-th, td { padding: 4px 10px; text-align: right; border-bottom: 1px solid #e6e6e6; vertical-align: top; }
+th, td { padding: 4px 7px; text-align: right; border-bottom: 1px solid #e6e6e6; vertical-align: top; }
 th:first-child, td:first-child { text-align: left; }
 th { border-bottom: 2px solid #bbb; }
 td span.ci { display: block; color: #777; font-size: 11px; white-space: nowrap; }
@@ -239,7 +240,7 @@ class Page {
          << Count(bootstrap_.resamples)
          << " resamples of the users, drawn with replacement from a fixed seed, each mean a ratio of sums like the "
             "table's. Bold: the best of the column (highest; lowest for \u00b5s/launch, the time spent learning and "
-            "ranking per launch).</p>\n<table id=\"summary-table\">\n<tr><th>run</th><th>users</th><th>launches</th>";
+            "ranking per launch).</p>\n<div class=\"table\"><table id=\"summary-table\">\n<tr><th>run</th><th>users</th><th>launches</th>";
     for (const Measure& measure : kMeasures) out_ << "<th>" << measure.name << "</th>";
     out_ << "</tr>\n";
     for (std::size_t r = 0; r < runs_.size(); ++r) {
@@ -261,7 +262,7 @@ class Page {
       }
       out_ << "</tr>\n";
     }
-    out_ << "</table>\n";
+    out_ << "</table></div>\n";
   }
 
   void WriteDistributions() {
@@ -315,7 +316,7 @@ class Page {
     const std::vector<PairedComparison> comparisons = ComparePaired(values, pairs, bootstrap_);
     out_ << "<h3>" << EscapeXml(heading) << "</h3>\n<figure>\n";
     WritePairedChart(out_, "MAP per user: run minus " + runs_[reference].label, keys, strokes, comparisons);
-    out_ << "</figure>\n<table>\n<tr><th>run</th><th>users compared</th><th>mean difference</th>"
+    out_ << "</figure>\n<div class=\"table\"><table>\n<tr><th>run</th><th>users compared</th><th>mean difference</th>"
             "<th>95% interval</th><th>better</th><th>equal</th><th>worse</th></tr>\n";
     for (std::size_t p = 0; p < pairs.size(); ++p) {
       const PairedComparison& c = comparisons[p];
@@ -332,7 +333,7 @@ class Page {
       }
       out_ << "</tr>\n";
     }
-    out_ << "</table>\n";
+    out_ << "</table></div>\n";
   }
 
   void WriteLearning() {
@@ -439,13 +440,13 @@ class Page {
               "it, against churn: the positions at which the row differs from the one shown before the previous "
               "launch, per launch. Up and left is better.</figcaption>\n</figure>\n";
     }
-    out_ << "<table>\n<tr><th>run</th><th>row hit</th><th>dock or row hit</th><th>churn</th></tr>\n";
+    out_ << "<div class=\"table\"><table>\n<tr><th>run</th><th>row hit</th><th>dock or row hit</th><th>churn</th></tr>\n";
     for (const RunTotals& run : runs_) {
       out_ << "<tr><td>" << EscapeXml(run.label) << "</td><td>" << Value(run.total.RowHit(), 4) << "</td><td>"
            << Value(run.total.DockOrRowHit(), 4) << "</td><td>"
            << Value(run.total.churnCount == 0 ? kNaN : run.total.Churn(), 3) << "</td></tr>\n";
     }
-    out_ << "</table>\n";
+    out_ << "</table></div>\n";
   }
 
   void WriteRunning() {
