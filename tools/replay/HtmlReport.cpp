@@ -240,7 +240,8 @@ class Page {
          << Count(bootstrap_.resamples)
          << " resamples of the users, drawn with replacement from a fixed seed, each mean a ratio of sums like the "
             "table's. Bold: the best of the column (highest; lowest for \u00b5s/launch, the time spent learning and "
-            "ranking per launch).</p>\n<div class=\"table\"><table id=\"summary-table\">\n<tr><th>run</th><th>users</th><th>launches</th>";
+            "ranking per launch).</p>\n<div class=\"table\"><table id=\"summary-table\">\n"
+            "<tr><th>run</th><th>users</th><th>launches</th>";
     for (const Measure& measure : kMeasures) out_ << "<th>" << measure.name << "</th>";
     out_ << "</tr>\n";
     for (std::size_t r = 0; r < runs_.size(); ++r) {
@@ -440,7 +441,8 @@ class Page {
               "it, against churn: the positions at which the row differs from the one shown before the previous "
               "launch, per launch. Up and left is better.</figcaption>\n</figure>\n";
     }
-    out_ << "<div class=\"table\"><table>\n<tr><th>run</th><th>row hit</th><th>dock or row hit</th><th>churn</th></tr>\n";
+    out_ << "<div class=\"table\"><table>\n"
+            "<tr><th>run</th><th>row hit</th><th>dock or row hit</th><th>churn</th></tr>\n";
     for (const RunTotals& run : runs_) {
       out_ << "<tr><td>" << EscapeXml(run.label) << "</td><td>" << Value(run.total.RowHit(), 4) << "</td><td>"
            << Value(run.total.DockOrRowHit(), 4) << "</td><td>"
