@@ -56,4 +56,38 @@ std::vector<Curve> RunningCurves(const LaunchLog& log, const std::vector<RunResu
   return curves;
 }
 
+DatedCurves CurvesByDate(const std::vector<RunTotals>& runs) {
+  DatedCurves dated;
+  std::int64_t lastDate = 0;  // past the end
+  bool any = false;
+  for (const RunTotals& run : runs) {
+    const RunProfile& profile = run.profile;
+    if (profile.byDate.empty()) continue;
+    const auto end = profile.firstDate + static_cast<std::int64_t>(profile.byDate.size());
+    dated.firstDate = any ? std::min(dated.firstDate, profile.firstDate) : profile.firstDate;
+    lastDate = any ? std::max(lastDate, end) : end;
+    any = true;
+  }
+  for (const RunTotals& run : runs) {
+    Curve curve{run.label, run.baseline, {}, {}};
+    double sumMap = 0.0;
+    double sumRecall = 0.0;
+    std::uint64_t scored = 0;
+    for (std::int64_t date = dated.firstDate; date < lastDate; ++date) {
+      const std::int64_t index = date - run.profile.firstDate;
+      if (index >= 0 && index < static_cast<std::int64_t>(run.profile.byDate.size())) {
+        const ScoreSums& sums = run.profile.byDate[static_cast<std::size_t>(index)];
+        scored += sums.scored;
+        sumMap += sums.sumMap;
+        sumRecall += sums.sumRecall;
+      }
+      const double count = scored == 0 ? std::numeric_limits<double>::quiet_NaN() : static_cast<double>(scored);
+      curve.map.push_back(sumMap / count);
+      curve.recall.push_back(sumRecall / count);
+    }
+    dated.curves.push_back(std::move(curve));
+  }
+  return dated;
+}
+
 }  // namespace NuvikReplay

@@ -102,6 +102,15 @@ void PrepareSaveTarget(const std::string& target, bool onePerUser) {
   if (access(directory.c_str(), W_OK) != 0) throw InputError(SystemError("cannot write in", directory));
 }
 
+void PrepareFileTarget(const std::string& path) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) {
+    throw InputError("cannot write '" + path + "': it is a directory");
+  }
+  const std::string directory = DirectoryOf(path);
+  if (access(directory.c_str(), W_OK) != 0) throw InputError(SystemError("cannot write in", directory));
+}
+
 void WriteFileAtomically(const std::string& path, const std::string& content) {
   std::string pattern = path + ".tmp-XXXXXX";
   std::vector<char> name(pattern.begin(), pattern.end());

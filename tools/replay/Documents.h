@@ -28,6 +28,10 @@ bool IsLoadable(const std::string& document);
 // creating the directory when there is one per user. Throws InputError.
 void PrepareSaveTarget(const std::string& target, bool onePerUser);
 
+// Checks before a long replay that a file can be written at `path`: it is
+// no directory and its directory is writable. Throws InputError.
+void PrepareFileTarget(const std::string& path);
+
 // Writes a temporary file beside `path`, then renames it over `path`, so that
 // `path` holds either its old content or all of the new. Throws InputError.
 void WriteFileAtomically(const std::string& path, const std::string& content);

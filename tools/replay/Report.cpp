@@ -159,8 +159,21 @@ Totals TotalOf(const RunResult& run) {
 }
 
 LogSummary SummaryOf(const LaunchLog& log) {
-  LogSummary summary{log.source, log.launchCount, log.apps.size(), log.badRows, {}};
-  for (const UserLog& user : log.users) summary.userNames.push_back(user.name);
+  LogSummary summary;
+  summary.source = log.source;
+  summary.launchCount = log.launchCount;
+  summary.appCount = log.apps.size();
+  summary.badRows = log.badRows;
+  bool dated = false;
+  for (const UserLog& user : log.users) {
+    summary.userNames.push_back(user.name);
+    if (user.launches.empty()) continue;
+    const LocalSeconds first = user.launches.front().time;
+    const LocalSeconds last = user.launches.back().time;
+    summary.firstLaunch = dated ? std::min(summary.firstLaunch, first) : first;
+    summary.lastLaunch = dated ? std::max(summary.lastLaunch, last) : last;
+    dated = true;
+  }
   return summary;
 }
 

@@ -29,6 +29,9 @@ struct LogSummary {
   std::size_t appCount = 0;
   std::size_t badRows = 0;
   std::vector<std::string> userNames;
+  // Local time of the earliest and the latest launch.
+  LocalSeconds firstLaunch = 0;
+  LocalSeconds lastLaunch = 0;
 };
 
 struct RunTotals {

@@ -15,6 +15,7 @@
 #include "replay/Documents.h"
 #include "replay/Ensemble.h"
 #include "replay/Errors.h"
+#include "replay/HtmlReport.h"
 #include "replay/LaunchLog.h"
 #include "replay/ProgressBar.h"
 #include "replay/Replay.h"
@@ -81,6 +82,8 @@ struct Options {
   std::string save;
   std::string load;
   std::string plot;
+  std::string report;
+  std::string commandLine;  // shown in the report
   unsigned jobs = 1;
   bool lagging = false;
   std::size_t row = 0;
@@ -127,6 +130,24 @@ LaunchLog ReadLog(const Options& options) {
 
 std::string BaseName(const std::string& path) { return path.substr(path.rfind('/') + 1); }
 
+// The command as a shell would take it back: arguments quoted where needed.
+std::string CommandLine(int argc, char** argv) {
+  static constexpr const char* kPlain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-+=:,./@%";
+  std::string line = kProgram;
+  for (int i = 1; i < argc; ++i) {
+    const std::string argument = argv[i];
+    line += ' ';
+    if (!argument.empty() && argument.find_first_not_of(kPlain) == std::string::npos) {
+      line += argument;
+      continue;
+    }
+    line += '\'';
+    for (const char c : argument) line += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    line += '\'';
+  }
+  return line;
+}
+
 // A count of at least `least`, in decimal digits that fit a std::size_t.
 CLI::Validator AtLeast(std::size_t least) {
   return CLI::Validator(
@@ -154,6 +175,9 @@ int Run(const Options& options) {
   }
   const bool onePerUser = log.users.size() > 1;
   if (!options.save.empty()) PrepareSaveTarget(options.save, onePerUser);
+  for (const std::string* file : {&options.plot, &options.report}) {
+    if (!file->empty()) PrepareFileTarget(*file);
+  }
 
   ReplayOptions replay;
   replay.skipRepeats = options.skipRepeats;
@@ -203,6 +227,11 @@ int Run(const Options& options) {
                  RunningCurves(log, runs));
     WriteFileAtomically(options.plot, svg.str());
   }
+  if (!options.report.empty()) {
+    std::ostringstream html;
+    WriteHtmlReport(html, SummaryOf(log), options.commandLine, TotalsOf(runs), report.row);
+    WriteFileAtomically(options.report, html.str());
+  }
   return 0;
 }
 
@@ -244,6 +273,8 @@ int main(int argc, char** argv) {
   app.add_option("--save", options.save, "Save each user's document after the replay (a directory for several users)");
   app.add_option("--load", options.load, "Start from saved documents (as written by --save)");
   app.add_option("--plot", options.plot, "Write an SVG of the running MAP and recall@5");
+  app.add_option("--report", options.report,
+                 "Write a self-contained HTML report: intervals over users, paired comparisons, learning, hours");
   app.add_option("--jobs", options.jobs, "Replays to run in parallel")
       ->check(CLI::Range(1u, 256u))
       ->capture_default_str();
@@ -257,6 +288,7 @@ int main(int argc, char** argv) {
     std::cerr << kProgram << ": " << error.what() << "\nRun '" << kProgram << " --help' for usage.\n";
     return 2;
   }
+  options.commandLine = CommandLine(argc, argv);
   try {
     return Run(options);
   } catch (const UsageError& error) {

@@ -1,4 +1,7 @@
 """nuvik.replay: nuvik-replay's engine on a pandas DataFrame."""
+import inspect
+import os
+
 import pandas as pd
 
 from . import _nuvik
@@ -66,8 +69,29 @@ def engine_runs(result):
     return [(run["label"], run["baseline"], len(run["apps"]), run["users"], run["profile"]) for run in result["runs"]]
 
 
+def call_text(name, function, logs, ensembles, keywords):
+    """A call as a report's header shows it: the keywords that differ from the function's defaults."""
+    defaults = inspect.signature(function).parameters
+    given = "".join(f", {key}={value!r}" for key, value in keywords.items() if value != defaults[key].default)
+    return f"{name}({logs}, {ensemble_list(ensembles)!r}{given})"
+
+
+def check_report_path(report):
+    """The report's path as text, after checking that a file can be written there (OSError)."""
+    path = os.fspath(report)
+    _nuvik.prepare_file_target(path)
+    return path
+
+
+def write_report(path, result, runs, row, options):
+    """Writes nuvik-replay's HTML report of an engine result's log and of runs as engine_runs gives them."""
+    _nuvik.write_html_report(path, result["source"], result["launches"], result["apps"], result["bad_rows"],
+                             result["users"], result["first_launch"] or 0, result["last_launch"] or 0, options,
+                             runs, row)
+
+
 def replay(frame, ensembles, *, skip_repeats=False, kill_threshold=0.05, utc_offset=None, per_user=False,
-           skip_bad_rows=False, lagging=False, row=None, dock=0, stable=False):
+           skip_bad_rows=False, lagging=False, row=None, dock=0, stable=False, report=None):
     """Replays a launch log held in a pandas DataFrame, as nuvik-replay does.
 
     frame: columns 'timestamp' ("YYYY-MM-DD HH:MM[:SS]" local time, datetimes, or epoch seconds with
@@ -83,8 +107,17 @@ def replay(frame, ensembles, *, skip_repeats=False, kill_threshold=0.05, utc_off
     mrr_at_5, ndcg_at_5, us_per_launch; with a row also sum_row_hit, sum_dock_or_row_hit, sum_churn,
     churn_count, row_hit, dock_or_row_hit, churn. A bad row raises ValueError with nuvik-replay's message,
     numbered as the line of frame.to_csv(index=False); skip_bad_rows drops such rows instead.
+    report: a path where nuvik-replay's HTML report of the replay is written (nuvik-replay --report); checked
+    before the replay, OSError when it cannot be written.
     """
+    path = check_report_path(report) if report is not None else None
     result = _nuvik.replay_text(log_text(frame), FRAME_SOURCE, ensemble_list(ensembles), skip_repeats,
                                 kill_threshold, utc_offset, skip_bad_rows, lagging=lagging, row=row, dock=dock,
                                 stable=stable)
-    return result_frame(engine_runs(result), result["users"], per_user, row is not None)
+    runs = engine_runs(result)
+    if path is not None:
+        keywords = dict(skip_repeats=skip_repeats, kill_threshold=kill_threshold, utc_offset=utc_offset,
+                        skip_bad_rows=skip_bad_rows, lagging=lagging, row=row, dock=dock, stable=stable)
+        write_report(path, result, runs, row is not None,
+                     call_text("nuvik.replay", replay, "frame", ensembles, keywords))
+    return result_frame(runs, result["users"], per_user, row is not None)

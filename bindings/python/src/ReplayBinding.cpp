@@ -18,8 +18,10 @@
 #include <pybind11/stl.h>
 
 #include "Bindings.h"
+#include "replay/Documents.h"
 #include "replay/Ensemble.h"
 #include "replay/Errors.h"
+#include "replay/HtmlReport.h"
 #include "replay/LaunchLog.h"
 #include "replay/LocalTime.h"
 #include "replay/Replay.h"
@@ -167,9 +169,13 @@ py::dict Results(const LaunchLog& log, const std::vector<RunResult>& runs) {
     results.append(py::dict("label"_a = run.label, "baseline"_a = run.baseline, "apps"_a = apps, "users"_a = perUser,
                             "profile"_a = ToDict(run.profile)));
   }
+  const LogSummary summary = SummaryOf(log);
+  const py::object none = py::none();
   return py::dict("source"_a = log.source, "launches"_a = log.launchCount, "apps"_a = log.apps.size(),
                   "bad_rows"_a = log.badRows, "bad_row_samples"_a = log.badRowSamples, "users"_a = users,
-                  "runs"_a = results);
+                  "runs"_a = results,
+                  "first_launch"_a = log.launchCount == 0 ? none : py::int_(summary.firstLaunch),
+                  "last_launch"_a = log.launchCount == 0 ? none : py::int_(summary.lastLaunch));
 }
 
 py::dict ReplayLog(const LaunchLog& log, const std::vector<Ensemble>& ensembles, const ReplayOptions& options) {
@@ -358,6 +364,11 @@ py::dict ReplayColumns(const Codes& users, const std::vector<std::string>& userN
   return ReplayLog(log, ensembles, replaying);
 }
 
+[[noreturn]] void RaiseOSError(const std::string& message) {
+  PyErr_SetString(PyExc_OSError, message.c_str());
+  throw py::error_already_set();
+}
+
 // Runs as (label, baseline, apps, per-user tuples, profile); per-user totals are added up in the order given.
 std::vector<RunTotals> ToRunTotals(const py::iterable& runs) {
   std::vector<RunTotals> totals;
@@ -427,6 +438,46 @@ void BindReplay(py::module_& module) {
       "format"_a, "source"_a, "launches"_a, "apps"_a, "bad_rows"_a, "user_names"_a, "runs"_a, "per_user"_a,
       "row"_a = false,
       "nuvik-replay's table or JSON from per-user totals.");
+  module.def(
+      "write_html_report",
+      [](const std::string& path, const std::string& source, std::size_t launches, std::size_t apps,
+         std::size_t badRows, std::vector<std::string> userNames, LocalSeconds firstLaunch, LocalSeconds lastLaunch,
+         const std::string& options, const py::iterable& runs, bool row) {
+        LogSummary log;
+        log.source = source;
+        log.launchCount = launches;
+        log.appCount = apps;
+        log.badRows = badRows;
+        log.userNames = std::move(userNames);
+        log.firstLaunch = firstLaunch;
+        log.lastLaunch = lastLaunch;
+        const std::vector<RunTotals> totals = ToRunTotals(runs);
+        std::string error;
+        {
+          const py::gil_scoped_release unlocked;
+          std::ostringstream page;
+          WriteHtmlReport(page, log, options, totals, row);
+          try {
+            WriteFileAtomically(path, page.str());
+          } catch (const InputError& failed) {
+            error = failed.what();
+          }
+        }
+        if (!error.empty()) RaiseOSError(error);
+      },
+      "path"_a, "source"_a, "launches"_a, "apps"_a, "bad_rows"_a, "user_names"_a, "first_launch"_a, "last_launch"_a,
+      "options"_a, "runs"_a, "row"_a,
+      "Writes nuvik-replay's HTML report from per-user totals and profiles, atomically.");
+  module.def(
+      "prepare_file_target",
+      [](const std::string& path) {
+        try {
+          PrepareFileTarget(path);
+        } catch (const InputError& error) {
+          RaiseOSError(error.what());
+        }
+      },
+      "path"_a, "Raises OSError unless a file can be written at path.");
 }
 
 }  // namespace NuvikPython

@@ -63,9 +63,9 @@ def test_sample_log_and_dask_frames_equal_one_process(client):
          nuvik.replay(frame, ENSEMBLES, lagging=True, row=3))
 
 
-def test_generated_fleet_equals_one_process_and_the_tool(client, fleet):
+def test_generated_fleet_equals_one_process_and_the_tool(client, fleet, tmp_path):
     pattern, frame = fleet
-    expected = nuvik.replay(frame, TWO, per_user=True, lagging=True)
+    expected = nuvik.replay(frame, TWO, per_user=True, lagging=True, report=tmp_path / "one.html")
     assert expected["users"].sum() == 300 * 6
     result = nuvik.fleet.run(pattern, TWO, scheduler=client, tasks=7, lagging=True)
     same(result.frame(per_user=True), expected)
@@ -80,8 +80,15 @@ def test_generated_fleet_equals_one_process_and_the_tool(client, fleet):
         assert [date[0] for date in profile["by_date"]] == [date[0] for date in expected_profile["by_date"]]
         assert sum(profile["by_date"], ()) == pytest.approx(sum(expected_profile["by_date"], ()))
     command = [sys.executable, "-m", "nuvik.fleet", pattern, "--compare", *TWO, "--format", "json", "--scheduler",
-               client.scheduler.address, "--lagging"]
+               client.scheduler.address, "--lagging", "--report", str(tmp_path / "fleet.html")]
     output = json.loads(subprocess.run(command, capture_output=True, check=True, timeout=120).stdout)
+    # The report's dates and every section past the summary (no timing there) are one process's; the
+    # running curves are left out, their sums by date being added in another order.
+    pages = [(tmp_path / name).read_text() for name in ("one.html", "fleet.html")]
+    parts = [(page[page.index("<dt>dates"):page.index("<dt>options")],
+              page[page.index('<h2 id="users">'):page.index('<h2 id="running">')]) for page in pages]
+    assert parts[0] == parts[1]
+    assert "<code>python3 -m nuvik.fleet " in pages[1] and 'class="marks"' in parts[1][1]
     text = frame.to_csv(index=False).encode()
     tool = json.loads(subprocess.run([REPLAY, "-", "--compare", *TWO, "--format", "json", "--lagging"], input=text,
                                      capture_output=True, check=True, timeout=120).stdout)

@@ -1,9 +1,13 @@
-"""nuvik.replay against nuvik-replay: same results, same time rules, same messages for bad rows."""
+"""nuvik.replay against nuvik-replay: same results, same time rules, same messages for bad rows, the report."""
+import xml.etree.ElementTree as ElementTree
+
 import pandas as pd
 import pytest
 
 import nuvik
 from conftest import ENSEMBLES, ROW, SAMPLE_LOG, frame_rows, replay_json, tool_error
+
+XHTML = "{http://www.w3.org/1999/xhtml}"
 
 
 def test_sample_log_equals_nuvik_replay_json(sample_json):
@@ -64,3 +68,18 @@ def test_bad_rows_raise_the_tools_message(tmp_path):
         nuvik.replay(good, ["linear"], dock=4)
     with pytest.raises(ValueError, match="row must be at least 1"):
         nuvik.replay(good, ["linear"], row=0)
+
+
+def test_report_shows_the_frames_numbers_and_its_path_is_checked_first(tmp_path):
+    frame = pd.read_csv(SAMPLE_LOG).head(1500)
+    page = tmp_path / "report.html"
+    result = nuvik.replay(frame, ENSEMBLES, lagging=True, report=page)
+    root = ElementTree.parse(page).getroot()  # well-formed
+    table = next(t for t in root.iter(XHTML + "table") if t.get("id") == "summary-table")
+    shown = [[cell.findtext(XHTML + "span") for cell in row.findall(XHTML + "td")[3:8]]
+             for row in table.findall(XHTML + "tr")[1:]]
+    means = result[["map", "recall_at_5", "hit_at_1", "hit_at_3", "mrr_at_5"]].itertuples(index=False)
+    assert shown == [[f"{mean:.4f}" for mean in run] for run in means]
+    assert f"<code>nuvik.replay(frame, {ENSEMBLES!r}, lagging=True)</code>" in page.read_text()
+    with pytest.raises(OSError, match="it is a directory"):
+        nuvik.replay(frame.assign(timestamp="bad"), ENSEMBLES, report=tmp_path)  # before the bad rows are read

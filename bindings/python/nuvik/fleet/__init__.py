@@ -29,7 +29,7 @@ import numpy as np
 import pandas as pd
 
 from .. import _nuvik
-from .._replay import FRAME_SOURCE, ensemble_list, log_text, result_frame
+from .._replay import FRAME_SOURCE, call_text, check_report_path, ensemble_list, log_text, result_frame
 
 # Launches per replay task: small enough to bound a worker's memory (the C++ reader holds 16 bytes per launch),
 # large enough that the files are not read too many times over.
@@ -50,6 +50,9 @@ class FleetResult:
         # (label, baseline, apps, per-user totals in log order, profile added up over all users)
         self.runs = runs
         self.row = False  # replayed with a suggestion row
+        # Local time of the earliest and the latest launch, seconds since 1970-01-01 00:00; None without a launch.
+        self.first_launch = None
+        self.last_launch = None
         self.peak_memory = {}  # worker address: peak resident bytes, at the end of the run
         self.peak_task_launches = None  # most launches a replay task held at once (files only)
 
@@ -62,10 +65,17 @@ class FleetResult:
         return _nuvik.report(format, self.source, self.launches, self.apps, self.bad_rows, self.user_names,
                              self.runs, per_user, self.row)
 
+    def write_report(self, path, options=""):
+        """Writes nuvik-replay's HTML report (nuvik-replay --report) to path, atomically; `options` is shown in
+        its header. OSError when the file cannot be written."""
+        _nuvik.write_html_report(os.fspath(path), self.source, self.launches, self.apps, self.bad_rows,
+                                 self.user_names, self.first_launch or 0, self.last_launch or 0, options, self.runs,
+                                 self.row)
+
 
 def replay(logs, ensembles, *, scheduler=None, workers=None, skip_repeats=False, kill_threshold=0.05,
            utc_offset=None, per_user=False, skip_bad_rows=False, lagging=False, row=None, dock=0, stable=False,
-           progress=False, tasks=None, memory_limit=None):
+           progress=False, tasks=None, memory_limit=None, report=None):
     """nuvik.replay over a Dask cluster; returns the same frame.
 
     logs: file paths or globs ("logs/*.csv.gz": CSV or TSV, plain or gzip, as nuvik-replay reads them; together
@@ -75,12 +85,18 @@ def replay(logs, ensembles, *, scheduler=None, workers=None, skip_repeats=False,
     DataFrame, lines count within each partition); skip_bad_rows drops such rows instead. lagging, row, dock,
     stable: as in nuvik.replay. tasks: about how many replay tasks share the users (default: one per LAUNCHES_PER_TASK
     launches; a user is never split); progress: draw a progress bar on a terminal; memory_limit: of each local
-    worker ("2GiB"), past which Dask spills a Dask DataFrame's waiting partitions to disk.
+    worker ("2GiB"), past which Dask spills a Dask DataFrame's waiting partitions to disk. report: as in
+    nuvik.replay (FleetResult.write_report writes it from run's result).
     """
-    return run(logs, ensembles, scheduler=scheduler, workers=workers, skip_repeats=skip_repeats,
-               kill_threshold=kill_threshold, utc_offset=utc_offset, skip_bad_rows=skip_bad_rows, lagging=lagging,
-               row=row, dock=dock, stable=stable, progress=progress, tasks=tasks,
-               memory_limit=memory_limit).frame(per_user)
+    path = check_report_path(report) if report is not None else None
+    keywords = dict(skip_repeats=skip_repeats, kill_threshold=kill_threshold, utc_offset=utc_offset,
+                    skip_bad_rows=skip_bad_rows, lagging=lagging, row=row, dock=dock, stable=stable)
+    result = run(logs, ensembles, scheduler=scheduler, workers=workers, progress=progress, tasks=tasks,
+                 memory_limit=memory_limit, **keywords)
+    if path is not None:
+        logs_text = "dask_frame" if _dask_frame(logs) is not None else repr(logs)
+        result.write_report(path, call_text("nuvik.fleet.replay", replay, logs_text, ensembles, keywords))
+    return result.frame(per_user)
 
 
 def run(logs, ensembles, *, scheduler=None, workers=None, skip_repeats=False, kill_threshold=0.05, utc_offset=None,
@@ -175,6 +191,7 @@ def _replay_users(paths, names, keys, ensembles, skip_repeats, kill_threshold, u
         "bad_rows": result["bad_rows"],
         "bad_row_samples": result["bad_row_samples"],
         "peak_launches": result["peak_launches"],
+        "dates": (result["first_launch"], result["last_launch"]),
     }
 
 
@@ -309,6 +326,7 @@ def _replay_share(pieces, sources, ensembles, skip_repeats, kill_threshold, skip
         "launches": len(share),
         "bad_rows": int(earlier.sum()),
         "bad_row_samples": samples,
+        "dates": (result["first_launch"], result["last_launch"]),
     }
 
 
@@ -367,6 +385,11 @@ def _combine(source, runs, logs_read, results):
     samples = [sample for summary in logs_read for sample in summary["bad_row_samples"]]
     samples += [sample for result in results for sample in result["bad_row_samples"]]
     bad_rows = sum(summary["bad_rows"] for summary in logs_read) + sum(result["bad_rows"] for result in results)
-    return FleetResult(source, sum(result["launches"] for result in results),
-                       len(set().union(*(result["apps"] for result in results))), bad_rows,
-                       samples[:BAD_ROW_SAMPLES], [name for _, name, _ in users], combined)
+    result = FleetResult(source, sum(result["launches"] for result in results),
+                         len(set().union(*(result["apps"] for result in results))), bad_rows,
+                         samples[:BAD_ROW_SAMPLES], [name for _, name, _ in users], combined)
+    dates = [result["dates"] for result in results if result["dates"][0] is not None]
+    if dates:
+        result.first_launch = min(first for first, _ in dates)
+        result.last_launch = max(last for _, last in dates)
+    return result

@@ -1,9 +1,11 @@
 """python3 -m nuvik.fleet LOG... --compare E1 E2 ...: nuvik-replay's table (or JSON) from a Dask cluster."""
 import argparse
+import shlex
 import sys
 import time
 
 from . import run
+from .._replay import check_report_path
 
 PROGRAM = "python3 -m nuvik.fleet"
 
@@ -39,6 +41,9 @@ def parse_arguments(argv):
     parser.add_argument("--dock", type=int, default=0, metavar="N",
                         help="with --row: leave the user's N most launched apps to a dock beside it")
     parser.add_argument("--stable", action="store_true", help="with --row: keep the previous row's apps in place")
+    parser.add_argument("--report", metavar="FILE.html",
+                        help="write nuvik-replay's HTML report: intervals over users, paired comparisons, learning, "
+                             "hours")
     parser.add_argument("--stats", action="store_true",
                         help="print launches per second and each worker's peak memory to standard error")
     arguments = parser.parse_args(argv)
@@ -54,9 +59,12 @@ def parse_arguments(argv):
 
 
 def main(argv=None):
+    argv = sys.argv[1:] if argv is None else list(argv)
     arguments = parse_arguments(argv)
     start = time.monotonic()
     try:
+        if arguments.report is not None:
+            check_report_path(arguments.report)
         result = run(arguments.logs, arguments.compare or [arguments.predictors], scheduler=arguments.scheduler,
                      workers=arguments.workers, memory_limit=arguments.memory_limit,
                      skip_repeats=arguments.skip_repeats,
@@ -80,6 +88,16 @@ def main(argv=None):
             print(f"{PROGRAM}: a replay task held at most {result.peak_task_launches} launches at once",
                   file=sys.stderr)
     sys.stdout.write(result.report(arguments.format, arguments.per_user))
+    sys.stdout.flush()
+    if arguments.report is not None:
+        written = time.monotonic()
+        try:
+            result.write_report(arguments.report, " ".join([PROGRAM, shlex.join(argv)]))
+        except OSError as error:
+            print(f"{PROGRAM}: {error}", file=sys.stderr)
+            return 1
+        if arguments.stats:
+            print(f"{PROGRAM}: report written in {time.monotonic() - written:.2f} s", file=sys.stderr)
     return 0
 
 
