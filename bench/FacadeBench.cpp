@@ -7,46 +7,10 @@
 // buckets.
 #include <benchmark/benchmark.h>
 
-#include "BenchUtil.h"
+#include "TrainedFacade.h"
 
 namespace NuvikPrediction::bench {
 namespace {
-
-const std::vector<std::string> kTypes = {"stat_counter", "linear", "double_linear", "markov_chain3_invalidate",
-                                         "knn_regression"};
-
-std::vector<std::vector<std::string>> Ensembles() {
-  std::vector<std::vector<std::string>> ensembles;
-  for (const std::string& type : kTypes) ensembles.push_back({type});
-  for (const std::string& first : kTypes) {
-    for (const std::string& second : kTypes) ensembles.push_back({first, second});
-  }
-  return ensembles;
-}
-
-const std::vector<std::vector<std::string>> kEnsembles = Ensembles();
-
-// Launches after every application has been launched once, per application.
-constexpr int kWarmUpPerApp = 10;
-
-// A facade of ensemble state.range(0) that knows state.range(1) applications.
-class TrainedFacade {
- public:
-  explicit TrainedFacade(benchmark::State& state)
-      : nuvik(kEnsembles[static_cast<std::size_t>(state.range(0))]), stream(static_cast<int>(state.range(1)), 1) {
-    const int apps = static_cast<int>(state.range(1));
-    stream.Cover(nuvik);
-    for (int i = 0; i < kWarmUpPerApp * apps; ++i) nuvik.Update(stream.Next());
-    std::string label;
-    for (const std::string& name : kEnsembles[static_cast<std::size_t>(state.range(0))]) {
-      label += (label.empty() ? "" : ",") + name;
-    }
-    state.SetLabel(label);
-  }
-
-  Nuvik nuvik;
-  LaunchStream stream;
-};
 
 void BM_Launch(benchmark::State& state) {
   TrainedFacade trained(state);
@@ -67,10 +31,8 @@ void BM_NextAt(benchmark::State& state) {
   }
 }
 
-const auto kEnsembleArgs = benchmark::CreateDenseRange(0, static_cast<int64_t>(kEnsembles.size()) - 1, 1);
-
-BENCHMARK(BM_Launch)->ArgsProduct({kEnsembleArgs, {100, 200, 1000}})->Unit(benchmark::kMicrosecond);
-BENCHMARK(BM_NextAt)->ArgsProduct({kEnsembleArgs, {200, 1000}, {5, 1000}})->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_Launch)->ArgsProduct({EveryEnsembleArgs(), {100, 200, 1000}})->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_NextAt)->ArgsProduct({EveryEnsembleArgs(), {200, 1000}, {5, 1000}})->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 }  // namespace NuvikPrediction::bench
