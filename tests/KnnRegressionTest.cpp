@@ -149,6 +149,15 @@ TEST(KnnRegressionTest, ReaderSkipsMalformedElements) {
   Launch(shortIds, "d", 8, 20);
   EXPECT_EQ(Member(shortIds, "strToId"),
             R"([{"app":"a","id":0},{"app":"b","id":1},{"app":"c","id":5},{"app":"d","id":6}])");
+
+  // A recent id that names no application pairs with the next launch; the
+  // pair lies beyond the next id, so it counts in the denominator only.
+  KnnRegression unnamed;
+  ASSERT_TRUE(unnamed.DeserializeJson(Document("previous", "[1, 9, 0]")));
+  Launch(unnamed, "a", 8, 20);
+  unnamed.UpdateTime(At(8, 20));
+  EXPECT_EQ(unnamed.GetPrediction("a"), 0.0);
+  EXPECT_EQ(unnamed.GetPrediction("b"), 2.0 / 3.0);
 }
 
 bool SameBits(double a, double b) { return std::memcmp(&a, &b, sizeof a) == 0; }
