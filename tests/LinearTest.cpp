@@ -157,11 +157,13 @@ TEST(LinearTest, LoadedHistoryKeepsItsLengthAndUnknownIds) {
 }
 
 TEST(LinearTest, LoadedValuesWrapIn32BitsAndZeroSumsDivideByOne) {
-  // The counts of the step-0 row of "a" and the launch counts each add up to 0 (1 + -1).
+  // The counts of the step-0 row of "a" and the launch counts each add up to
+  // 0 (1 + -1); its step-2 row adds up to -1, which no fraction divides by.
   Json::Value document = ParseJson(R"({
     "strToId": [{"app": "a", "id": 0}, {"app": "b", "id": 1}],
     "transitions": [{"step": 0, "appFrom": 0, "appTo": 0, "cnt": 4294967295},
-                    {"step": 0, "appFrom": 0, "appTo": 1, "cnt": 4294967297}, {"step":1,"appFrom":0,"appTo":1,"cnt":0}],
+                    {"step": 0, "appFrom": 0, "appTo": 1, "cnt": 4294967297}, {"step":1,"appFrom":0,"appTo":1,"cnt":0},
+                    {"step": 2, "appFrom": 0, "appTo": 1, "cnt": 4294967295}],
     "timeBuckets": [{"bucket": 0, "app": 0, "cnt": 0}],
     "statCounter": [{"app": 0, "cnt": 1}, {"app": 1, "cnt": 4294967295}]
   })");
@@ -174,7 +176,8 @@ TEST(LinearTest, LoadedValuesWrapIn32BitsAndZeroSumsDivideByOne) {
   EXPECT_EQ(WriteJson(saved["statCounter"]), R"([{"app":0,"cnt":1},{"app":1,"cnt":18446744073709551615}])");
   EXPECT_EQ(WriteJson(saved["timeBuckets"]), R"([{"app":0,"bucket":0,"cnt":0}])");
   EXPECT_EQ(WriteJson(saved["transitions"]), R"([{"appFrom":0,"appTo":0,"cnt":18446744073709551615,"step":0},)"
-                                             R"({"appFrom":0,"appTo":1,"cnt":1,"step":0}])");  // no zero count
+                                             R"({"appFrom":0,"appTo":1,"cnt":1,"step":0},)"  // no zero count
+                                             R"({"appFrom":0,"appTo":1,"cnt":18446744073709551615,"step":2}])");
   double a = 0.0;
   for (int k = 0; k < 10; ++k) a += W("prev" + std::to_string(k));
   EXPECT_EQ(linear.Predict(), (Scores{{"a", a + W("counter")}, {"b", -W("counter")}}));
