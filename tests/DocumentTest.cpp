@@ -1,41 +1,28 @@
-#include <cstdint>
+// The facade's document: its exact text, which documents a load accepts and
+// what it changes, and loaded facades that go on exactly as the saved ones,
+// through either reader.
 #include <cstring>
-#include <random>
-#include <sstream>
 
 #include <gtest/gtest.h>
 #include <json/json.h>
 #include <nuvik/Nuvik.h>
 
+#include "LoadPath.h"
 #include "TestUtil.h"
 
 namespace NuvikPrediction {
 namespace {
 
 using testing::At;
+using testing::kCounterDocument;
+using testing::Load;
+using testing::Save;
 using Names = std::vector<std::string>;
-
-std::string Save(const Nuvik& nuvik) {
-  std::ostringstream out;
-  out << nuvik;
-  return out.str();
-}
-
-// Loads `text`; true when the facade accepted it.
-bool Load(Nuvik& nuvik, const std::string& text) {
-  std::istringstream in(text);
-  in >> nuvik;
-  return !in.bad();
-}
 
 void Train(Nuvik& nuvik, std::initializer_list<const char*> apps) {
   int minute = 0;
   for (const char* app : apps) nuvik.Update(app, At(8, minute++));
 }
-
-constexpr const char* kCounterDocument =
-    R"({"count":1,"knownApps":["a","b"],"models":[{"model":[{"app":"a","popularity":2},)"
-    R"({"app":"b","popularity":1}],"name":"stat_counter"}],"version":3})";
 
 std::string WithMember(const std::string& member, const std::string& value) {
   Json::Value root = testing::ParseJson(kCounterDocument);
@@ -44,10 +31,13 @@ std::string WithMember(const std::string& member, const std::string& value) {
 }
 
 TEST(DocumentTest, WritesOneCompactLineThatLoadsIntoAnyConfiguration) {
+  Nuvik fresh;  // nothing learned: null members, which its own reader rejects
+  EXPECT_EQ(Save(fresh), R"({"count":1,"knownApps":null,"models":[{"model":null,"name":"stat_counter"}],"version":3})");
+  EXPECT_FALSE(Load(fresh, Save(fresh)));
+
   Nuvik trained;
   Train(trained, {"a", "b", "a"});
   EXPECT_EQ(Save(trained), kCounterDocument);
-
   Nuvik other(std::vector<int>{1, 1}, "stat_counter");
   ASSERT_TRUE(Load(other, kCounterDocument));
   EXPECT_EQ(other.PrintNuvikInfo(), "NUVIK library 1.3 [ predictors list: stat_counter ]");
@@ -58,23 +48,15 @@ TEST(DocumentTest, WritesOneCompactLineThatLoadsIntoAnyConfiguration) {
   EXPECT_EQ(other.GetAllWeights(), trained.GetAllWeights());
 }
 
-std::vector<std::uint64_t> KernelSelectors(const Nuvik& nuvik) {
-  std::vector<std::uint64_t> selectors;
-  const Json::Value root = testing::ParseJson(Save(nuvik));
-  for (const Json::Value& entry : root["models"]) {
-    selectors.push_back(entry["model"]["function"].asUInt64());
-  }
-  return selectors;
-}
-
-TEST(DocumentTest, KernelSelectorIsParameterMinusOneIn32Bits) {
-  const Nuvik knn(std::vector<int>{4, 9, 0, INT32_MIN}, "knn_regression");
-  EXPECT_EQ(knn.PrintNuvikInfo(),
-            "NUVIK library 1.3 [ predictors list: knn_regression, knn_regression, knn_regression, knn_regression ]");
-  EXPECT_EQ(KernelSelectors(knn), (std::vector<std::uint64_t>{3, 8, UINT64_MAX, INT32_MAX}));
-}
-
 TEST(DocumentTest, ClearRebuildsSlotsBeyondTheConfigurationFromTheirLoadedType) {
+  const auto kernels = [](const Nuvik& nuvik) {
+    std::vector<std::uint64_t> selectors;
+    const Json::Value root = testing::ParseJson(Save(nuvik));
+    for (const Json::Value& entry : root["models"]) {
+      selectors.push_back(entry["model"]["function"].asUInt64());
+    }
+    return selectors;
+  };
   Nuvik nuvik(std::vector<int>{5}, "knn_regression");
   Train(nuvik, {"a", "b"});
   Json::Value root = testing::ParseJson(Save(nuvik));
@@ -82,22 +64,9 @@ TEST(DocumentTest, ClearRebuildsSlotsBeyondTheConfigurationFromTheirLoadedType) 
   root["models"][1]["model"]["function"] = 3;
   root["count"] = 2;
   ASSERT_TRUE(Load(nuvik, testing::WriteJson(root)));
-  EXPECT_EQ(KernelSelectors(nuvik), (std::vector<std::uint64_t>{4, 3}));
+  EXPECT_EQ(kernels(nuvik), (std::vector<std::uint64_t>{4, 3}));
   nuvik.Clear();
-  EXPECT_EQ(KernelSelectors(nuvik), (std::vector<std::uint64_t>{4, 0}));
-}
-
-TEST(DocumentTest, EmptyStateIsWrittenAsNullAndRejectedByItsOwnReader) {
-  Nuvik fresh;
-  EXPECT_EQ(Save(fresh), R"({"count":1,"knownApps":null,"models":[{"model":null,"name":"stat_counter"}],"version":3})");
-  EXPECT_FALSE(Load(fresh, Save(fresh)));
-
-  NuvikConfig none({1}, "stat_counter");
-  none.params.clear();
-  Nuvik empty(none);
-  Train(empty, {"a"});
-  EXPECT_EQ(Save(empty), R"({"count":0,"knownApps":["a"],"models":null,"version":3})");
-  EXPECT_FALSE(Load(empty, Save(empty)));
+  EXPECT_EQ(kernels(nuvik), (std::vector<std::uint64_t>{4, 0}));
 }
 
 TEST(DocumentTest, RejectedDocumentsChangeNothing) {
@@ -113,11 +82,9 @@ TEST(DocumentTest, RejectedDocumentsChangeNothing) {
       "[]",
       "{}",
       "3",
+      std::string(1000, '[') + std::string(1000, ']'),
       WithMember("version", "2"),
-      WithMember("version", "4"),
       WithMember("version", R"("3")"),
-      WithMember("version", "-3"),
-      WithMember("version", "null"),
       WithMember("count", "0"),
       WithMember("count", "2"),
       WithMember("count", "1.5"),
@@ -141,6 +108,10 @@ TEST(DocumentTest, RejectedDocumentsChangeNothing) {
     EXPECT_EQ(Save(nuvik), before) << text;
     EXPECT_EQ(nuvik.PrintNuvikInfo(), info) << text;
   }
+  // jsoncpp's own exceptions pass through, changing nothing either.
+  EXPECT_THROW(Load(nuvik, std::string(1001, '[') + std::string(1001, ']')), Json::RuntimeError);
+  EXPECT_THROW(Load(nuvik, WithMember("models", R"([{"name":"stat_counter","model":[5]}])")), Json::LogicError);
+  EXPECT_EQ(Save(nuvik), before);
 }
 
 TEST(DocumentTest, AcceptedVariants) {
@@ -148,8 +119,8 @@ TEST(DocumentTest, AcceptedVariants) {
   Train(nuvik, {"old"});
   // Only numbers in knownApps: accepted, and the known applications stay.
   ASSERT_TRUE(Load(nuvik, WithMember("knownApps", "[1, 2, null]")));
-  EXPECT_EQ(nuvik.GetCountKnownApps(), 1u);
   EXPECT_EQ(nuvik.GetAllWeights().count("old"), 1u);
+  EXPECT_EQ(nuvik.GetCountKnownApps(), 1u);
 
   ASSERT_TRUE(Load(nuvik, WithMember("version", "3.0")));
   EXPECT_EQ(nuvik.GetCountKnownApps(), 2u);  // replaced by a, b
@@ -161,28 +132,6 @@ TEST(DocumentTest, AcceptedVariants) {
   root["models"][0]["extra"] = 1;
   root["count"] = 1.0;
   ASSERT_TRUE(Load(nuvik, testing::WriteJson(root)));
-}
-
-TEST(DocumentTest, StreamStateAndJsoncppExceptions) {
-  Nuvik nuvik;
-  Train(nuvik, {"a", "b"});
-  const std::string before = Save(nuvik);
-
-  std::istringstream garbage("{");
-  garbage.setstate(std::ios_base::eofbit);
-  garbage >> nuvik;
-  EXPECT_TRUE(garbage.bad());
-  EXPECT_TRUE(garbage.eof());
-
-  std::istringstream throwing("{");
-  throwing.exceptions(std::ios_base::badbit);
-  EXPECT_THROW(throwing >> nuvik, std::ios_base::failure);
-
-  const std::string deep = std::string(1001, '[') + std::string(1001, ']');
-  EXPECT_THROW(Load(nuvik, deep), Json::RuntimeError);
-  EXPECT_FALSE(Load(nuvik, std::string(1000, '[') + std::string(1000, ']')));
-  EXPECT_THROW(Load(nuvik, WithMember("models", R"([{"name":"stat_counter","model":[5]}])")), Json::LogicError);
-  EXPECT_EQ(Save(nuvik), before);
 }
 
 TEST(DocumentTest, LoadLeavesEverythingButPredictorsAndKnownAppsAlone) {
@@ -207,25 +156,6 @@ TEST(DocumentTest, LoadLeavesEverythingButPredictorsAndKnownAppsAlone) {
   EXPECT_EQ(nuvik.GetWeightSingle("q"), 2.0 / 6.0);  // no longer known: its old weight stays
 }
 
-// A launch stream with habits: mostly a fixed successor of the previous app,
-// sometimes a random one, at times that drift through the day.
-class HabitStream {
- public:
-  explicit HabitStream(unsigned seed) : random_(seed) {}
-
-  void Next(std::vector<Nuvik*> facades) {
-    const std::uint32_t draw = random_();
-    last_ = draw % 4 == 0 ? static_cast<int>(draw / 4 % 30) : (last_ * 7 + 3) % 30;
-    minute_ += 1 + static_cast<int>(random_() % 50);
-    for (Nuvik* nuvik : facades) nuvik->Update("app" + std::to_string(last_), At(minute_ / 60 % 24, minute_ % 60));
-  }
-
- private:
-  std::mt19937 random_;
-  int last_ = 0;
-  int minute_ = 0;
-};
-
 // Weights by their bits, so that NaN weights compare equal.
 std::map<std::string, std::uint64_t> WeightBits(const Nuvik& nuvik) {
   std::map<std::string, std::uint64_t> bits;
@@ -233,59 +163,52 @@ std::map<std::string, std::uint64_t> WeightBits(const Nuvik& nuvik) {
   return bits;
 }
 
-// Both facades take the same launches; their next lists, weights (to the bit)
-// and documents must stay equal.
-void ExpectSameFuture(Nuvik& expected, Nuvik& actual, HabitStream& stream) {
+// Every facade takes the same 300 launches; their next lists, weights (to the
+// bit) and documents stay those of the first.
+void ExpectSameFuture(const std::vector<Nuvik*>& facades, testing::HabitStream& stream) {
   for (int i = 0; i < 300; ++i) {
-    stream.Next({&expected, &actual});
-    ASSERT_EQ(actual.GetNext(), expected.GetNext()) << "launch " << i;
-    ASSERT_EQ(WeightBits(actual), WeightBits(expected)) << "launch " << i;
+    stream.Next(facades);
+    for (const Nuvik* nuvik : facades) {
+      ASSERT_EQ(nuvik->GetNext(), facades.front()->GetNext()) << "launch " << i;
+      ASSERT_EQ(WeightBits(*nuvik), WeightBits(*facades.front())) << "launch " << i;
+    }
   }
-  EXPECT_EQ(Save(actual), Save(expected));
+  for (const Nuvik* nuvik : facades) EXPECT_EQ(Save(*nuvik), Save(*facades.front()));
 }
 
-TEST(DocumentTest, LoadedFacadeBehavesExactlyAsTheOriginal) {
+TEST(DocumentTest, LoadedFacadeGoesOnExactlyAsTheOriginalThroughEitherReader) {
   const std::vector<Names> ensembles = {
-      {"stat_counter"},
-      {"linear"},
-      {"markov_chain3_invalidate"},
-      {"knn_regression"},
-      {"knn_regression", "linear"},
-      {"stat_counter", "markov_chain3_invalidate"},
+      {"stat_counter"}, {"linear"}, {"double_linear"}, {"markov_chain3_invalidate"}, {"knn_regression"},
+      {"knn_regression", "linear"}, {"stat_counter", "markov_chain3_invalidate"},
+      {"markov_chain3_invalidate", "double_linear"},
   };
-  for (const Names& names : ensembles) {
-    SCOPED_TRACE(names.back());
-    Nuvik original(std::vector<int>(names.size(), 3), names);
-    HabitStream stream(static_cast<unsigned>(names.size() * 31 + names.back().size()));
-    // An even number of launches: the kernel regression does not save which
-    // of its two recent-launch entries the next launch overwrites.
-    for (int i = 0; i < 400; ++i) stream.Next({&original});
+  for (const LoadPath path : {LoadPath::kSimdjsonFirst, LoadPath::kJsoncppOnly}) {
+    SetLoadPath(path);
+    for (const Names& names : ensembles) {
+      SCOPED_TRACE(names.front() + " " + names.back());
+      Nuvik original(std::vector<int>(names.size(), 3), names);
+      testing::HabitStream stream(static_cast<unsigned>(names.size() * 31 + names.back().size()));
+      // An even number of launches: the kernel regression does not save which
+      // of its two recent-launch entries the next launch overwrites.
+      for (int i = 0; i < 400; ++i) stream.Next({&original});
 
-    Nuvik loaded(Names{"stat_counter", "stat_counter", "stat_counter"});
-    ASSERT_TRUE(Load(loaded, Save(original)));
-    EXPECT_EQ(Save(loaded), Save(original));
-    ExpectSameFuture(original, loaded, stream);
+      Nuvik loaded(Names{"stat_counter", "stat_counter", "stat_counter"});
+      ASSERT_TRUE(Load(loaded, Save(original)));
+      Nuvik reloaded(Names{"stat_counter"});
+      ASSERT_TRUE(Load(reloaded, Save(loaded)));
+      // Until its first stage is full, a two-stage model saves only a history
+      // for its second stage, which the reader replaces by the first stage's
+      // history reversed: the first load changes it, later ones are exact.
+      const bool twoStage = names.back() == "double_linear";
+      EXPECT_EQ(Save(loaded) == Save(original), !twoStage);
+      if (twoStage) {
+        ExpectSameFuture({&loaded, &reloaded}, stream);
+      } else {
+        ExpectSameFuture({&original, &loaded, &reloaded}, stream);
+      }
+    }
   }
-}
-
-TEST(DocumentTest, TwoStageModelSettlesAfterOneLoad) {
-  // Until its first stage is full, the second stage has only a history, which
-  // the reader rejects and replaces by the first stage's history reversed. So
-  // the first load changes the model; from then on a save and load is exact.
-  for (const Names& names : {Names{"double_linear"}, Names{"markov_chain3_invalidate", "double_linear"}}) {
-    SCOPED_TRACE(names.front());
-    Nuvik original(names);
-    HabitStream stream(5);
-    for (int i = 0; i < 400; ++i) stream.Next({&original});
-
-    Nuvik loaded(names);
-    ASSERT_TRUE(Load(loaded, Save(original)));
-    EXPECT_NE(Save(loaded), Save(original));
-    Nuvik reloaded(Names{"stat_counter"});
-    ASSERT_TRUE(Load(reloaded, Save(loaded)));
-    EXPECT_EQ(Save(reloaded), Save(loaded));
-    ExpectSameFuture(loaded, reloaded, stream);
-  }
+  SetLoadPath(LoadPath::kSimdjsonFirst);
 }
 
 }  // namespace

@@ -12,6 +12,7 @@ namespace NuvikPrediction {
 namespace {
 
 using testing::At;
+using testing::kLinearModel;
 using testing::ParseJson;
 using testing::Scores;
 using testing::W;
@@ -72,14 +73,6 @@ TEST(DoubleLinearTest, PoolsBothStagesFractionsExactly) {
   EXPECT_EQ(cached.Predict(), before);
 }
 
-const char* const kStage = R"({
-  "last": [{"lastApp": 1}, {"lastApp": 0}],
-  "strToId": [{"app": "a", "id": 0}, {"app": "b", "id": 1}],
-  "transitions": [{"step": 0, "appFrom": 0, "appTo": 1, "cnt": 2}],
-  "timeBuckets": [{"bucket": 96, "app": 0, "cnt": 1}],
-  "statCounter": [{"app": 0, "cnt": 1}, {"app": 1, "cnt": 2}]
-})";
-
 Json::Value Document(const char* first, const char* second) {
   Json::Value document(Json::objectValue);
   if (first != nullptr) document["firstLinear"] = ParseJson(first);
@@ -90,17 +83,17 @@ Json::Value Document(const char* first, const char* second) {
 TEST(DoubleLinearTest, ReaderNeedsTheFirstStageAndReseedsABrokenSecond) {
   EXPECT_FALSE(DoubleLinear().DeserializeJson(DoubleLinear().SerializeJson()));
   for (const char* value : {"null", "[1]", "3"}) EXPECT_FALSE(DoubleLinear().DeserializeJson(ParseJson(value)));
-  EXPECT_FALSE(DoubleLinear().DeserializeJson(Document(kStage, nullptr)));
-  EXPECT_FALSE(DoubleLinear().DeserializeJson(Document(nullptr, kStage)));
+  EXPECT_FALSE(DoubleLinear().DeserializeJson(Document(kLinearModel, nullptr)));
+  EXPECT_FALSE(DoubleLinear().DeserializeJson(Document(nullptr, kLinearModel)));
   for (const char* first : {"null", "{}", R"({"last": [{"lastApp": 0}]})"}) {
-    EXPECT_FALSE(DoubleLinear().DeserializeJson(Document(first, kStage))) << first;
+    EXPECT_FALSE(DoubleLinear().DeserializeJson(Document(first, kLinearModel))) << first;
   }
   for (const char* second : {"null", "{}", "7", R"({"last": []})"}) {
     DoubleLinear model;
     for (int i = 0; i < 12; ++i) model.Update(Launched("old" + std::to_string(i)));
-    ASSERT_TRUE(model.DeserializeJson(Document(kStage, second))) << second;
+    ASSERT_TRUE(model.DeserializeJson(Document(kLinearModel, second))) << second;
     const Json::Value loaded = model.SerializeJson();
-    EXPECT_EQ(WriteJson(loaded["firstLinear"]), WriteJson(ParseJson(kStage)));
+    EXPECT_EQ(WriteJson(loaded["firstLinear"]), WriteJson(ParseJson(kLinearModel)));
     // A fresh stage given the first stage's history (b, a) in that order.
     EXPECT_EQ(WriteJson(loaded["secondLinear"]),
               R"({"last":[{"lastApp":1},{"lastApp":0}],"statCounter":null,)"
@@ -136,7 +129,7 @@ TEST(DoubleLinearTest, StagesLearnInTurnAndTurnOverWhenBothAreFull) {
 
   // A full second stage beside a first that is not full learns nothing.
   Json::Value quirk = full;
-  quirk["firstLinear"] = ParseJson(kStage);
+  quirk["firstLinear"] = ParseJson(kLinearModel);
   DoubleLinear loaded;
   ASSERT_TRUE(loaded.DeserializeJson(quirk));
   loaded.Update(Launched("new"));

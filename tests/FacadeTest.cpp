@@ -1,6 +1,8 @@
+// The facade's own rules worked out by hand: configuration, slots, ranking
+// from the state before each launch, repeats, the combination rule,
+// priorities and NaN scores.
 #include <cmath>
-#include <random>
-#include <sstream>
+#include <tuple>
 
 #include <gtest/gtest.h>
 #include <nuvik/Nuvik.h>
@@ -27,25 +29,13 @@ TEST(NuvikConfigTest, NormalisesNamesAndParameters) {
   const NuvikConfig none({}, Names{});
   EXPECT_EQ(none.names, Names{"stat_counter"});
   EXPECT_EQ(none.params, Params{1});
-  EXPECT_EQ(none.countLimit, 60u);
-  EXPECT_EQ(none.weightThreshold, 0.5);
-  EXPECT_EQ(none.killThreshold, 0.05);
-  EXPECT_FALSE(none.skipRepeats);
-
+  EXPECT_EQ(std::make_tuple(none.countLimit, none.weightThreshold, none.killThreshold, none.skipRepeats),
+            std::make_tuple(60ul, 0.5, 0.05, false));
   const NuvikConfig repeated({3, 5, 7}, Names{"linear"});
   EXPECT_EQ(repeated.names, (Names{"linear", "linear", "linear"}));
   EXPECT_EQ(repeated.params, (Params{3, 5, 7}));
-
-  const NuvikConfig padded({2}, Names{"linear", "stat_counter"});
-  EXPECT_EQ(padded.params, (Params{2, 1}));
-
-  const NuvikConfig full(Names{"a", "b"}, true, 7, 0.25, 0.125);
-  EXPECT_EQ(full.names, (Names{"a", "b"}));
-  EXPECT_EQ(full.params, (Params{1, 1}));
-  EXPECT_EQ(full.countLimit, 7u);
-  EXPECT_EQ(full.weightThreshold, 0.25);
-  EXPECT_EQ(full.killThreshold, 0.125);
-  EXPECT_TRUE(full.skipRepeats);
+  EXPECT_EQ(NuvikConfig({2}, Names{"linear", "stat_counter"}).params, (Params{2, 1}));
+  EXPECT_EQ(NuvikConfig(Names{"a", "b"}, true, 7, 0.25, 0.125).params, (Params{1, 1}));
 }
 
 TEST(NuvikTest, ConstructorsBuildOneSlotPerParameter) {
@@ -122,20 +112,16 @@ TEST(NuvikTest, SkipRepeatsDropsARepeatBeforeAnythingChanges) {
 
 TEST(NuvikTest, CombinationRuleAndPriorities) {
   const Nuvik nuvik;
-  EXPECT_EQ(nuvik.GetSoonWeight({0.2, 0.4}), 0.4 * 0.9 + 0.2 * 0.1);
   EXPECT_EQ(nuvik.GetSoonWeight({0.2, 0.4}), 0.38000000000000006);
   EXPECT_EQ(nuvik.GetSoonWeight({0.7}), 0.7);
   EXPECT_EQ(nuvik.GetSoonWeight({}), 0.0);
   EXPECT_EQ(nuvik.GetSoonWeight({1, 1, 1}), 0.0);
 
+  // A priority lifts every slot's score before the rule combines them.
   Nuvik one;
-  Nuvik two(Params{1, 1}, "stat_counter");
-  Nuvik three(Params{1, 1, 1}, "stat_counter");
-  for (Nuvik* n : {&one, &two, &three}) {
-    for (const char* app : {"a", "b", "c", "d", "e"}) Launch(*n, app);
-    n->SetAppsPriority({{"a", 1}, {"b", 3}, {"b", 2}, {"c", 3}, {"d", -1}, {"e", 0}});
-    Launch(*n, "f");
-  }
+  for (const char* app : {"a", "b", "c", "d", "e"}) Launch(one, app);
+  one.SetAppsPriority({{"a", 1}, {"b", 3}, {"b", 2}, {"c", 3}, {"d", -1}, {"e", 0}});
+  Launch(one, "f");
   const double share = 1.0 / 5.0;
   EXPECT_EQ(one.GetNext(), (Names{"a", "b", "c", "e", "d"}));
   EXPECT_EQ(one.GetWeightSingle("a"), share + (1.0 / 1.0) * 0.6);
@@ -143,10 +129,6 @@ TEST(NuvikTest, CombinationRuleAndPriorities) {
   EXPECT_EQ(one.GetWeightSingle("c"), share + (1.0 / 3.0) * 0.6);
   EXPECT_EQ(one.GetWeightSingle("d"), share + (1.0 / -1.0) * 0.6);
   EXPECT_EQ(one.GetWeightSingle("e"), share);
-  const double lifted = share + 0.6;
-  EXPECT_EQ(two.GetWeightSingle("a"), lifted * 0.9 + lifted * 0.1);
-  EXPECT_EQ(three.GetWeightSingle("a"), 0.0);
-  EXPECT_EQ(three.GetNext(), (Names{"e", "d", "c", "b", "a"}));
 
   one.ResetPriority();
   Launch(one, "g");
@@ -157,42 +139,12 @@ TEST(NuvikTest, CombinationRuleAndPriorities) {
 TEST(NuvikTest, NaNScoresRankLastInDescendingNameOrder) {
   // A counter loaded with zero counts scores 0 / 0 for those applications.
   Nuvik nuvik;
-  std::istringstream document(
-      R"({"count":1,"version":3,"knownApps":["a","b","c","d"],)"
-      R"("models":[{"name":"stat_counter","model":[{"app":"b","popularity":0},{"app":"d","popularity":0}]}]})");
-  ASSERT_TRUE(document >> nuvik);
+  ASSERT_TRUE(testing::Load(
+      nuvik, R"({"count":1,"version":3,"knownApps":["a","b","c","d"],)"
+             R"("models":[{"name":"stat_counter","model":[{"app":"b","popularity":0},{"app":"d","popularity":0}]}]})"));
   Launch(nuvik, "x");
   EXPECT_EQ(nuvik.GetNext(), (Names{"c", "a", "d", "b"}));
   EXPECT_TRUE(std::isnan(nuvik.GetWeightSingle("d")));
-}
-
-TEST(NuvikTest, RandomStreamKeepsRankingInvariants) {
-  std::mt19937 random(7);
-  Nuvik nuvik(Params{1, 1}, "stat_counter");
-  std::map<std::string, int> launches;
-  int total = 0;
-  for (int i = 0; i < 2000; ++i) {
-    if (i % 500 == 250) nuvik.SetAppsPriority({{"app3", static_cast<int>(random() % 5) - 2}});
-    const std::string app = "app" + std::to_string(random() % 40);
-    Launch(nuvik, app);
-    const std::vector<std::string> next = nuvik.GetNext();
-    ASSERT_EQ(next.size(), launches.size());
-    for (std::size_t k = 1; k < next.size(); ++k) {
-      const double before = nuvik.GetWeightSingle(next[k - 1]);
-      const double after = nuvik.GetWeightSingle(next[k]);
-      ASSERT_TRUE(before > after || (before == after && next[k - 1] > next[k]));
-    }
-    if (launches.count("app5")) {
-      const double share = static_cast<double>(launches["app5"]) / total;
-      ASSERT_EQ(nuvik.GetWeightSingle("app5"), share * 0.9 + share * 0.1);
-    }
-    ++launches[app];
-    ++total;
-  }
-  EXPECT_EQ(nuvik.GetCountKnownApps(), launches.size());
-  EXPECT_EQ(nuvik.GetCountMetrics(), 2000u - 5u);
-  EXPECT_LE(nuvik.GetSumRecall(), 1995.0);
-  EXPECT_GT(nuvik.GetRecallMetric(), 0.0);
 }
 
 }  // namespace

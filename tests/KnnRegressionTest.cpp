@@ -1,3 +1,6 @@
+// The kernel regression over the time of day: pairs kept per slot in two
+// generations, scores worked out by hand and against plain per-slot sums, and
+// a reader that skips malformed elements and rejects what it cannot use.
 #include "KnnRegression.h"
 
 #include <algorithm>
@@ -13,12 +16,10 @@ namespace NuvikPrediction {
 namespace {
 
 using testing::At;
+using testing::Launch;
+using testing::Member;
 using testing::ParseJson;
 using testing::WriteJson;
-
-void Launch(KnnRegression& knn, const std::string& app, int h, int m) { knn.Update(Updater{"", app, h, m}); }
-
-std::string Member(const KnnRegression& knn, const char* key) { return WriteJson(knn.SerializeJson()[key]); }
 
 std::string Table(const KnnRegression& knn, int i) { return WriteJson(knn.SerializeJson()["counters"][i]); }
 
@@ -100,54 +101,26 @@ TEST(KnnRegressionTest, DistanceAddsPenaltiesForOtherApplicationsAndKernelsBySel
   }
 }
 
-// Trained models round-trip through the facade's document tests.
-TEST(KnnRegressionTest, FreshModelIsWrittenAsNullsThatItsReaderRejects) {
+TEST(KnnRegressionTest, ReaderRejectsMalformedTablesUnknownAndSharedIds) {
+  // A fresh model writes nulls, which its reader rejects.
   const Json::Value empty = KnnRegression(-1).SerializeJson();
   Json::Value expected = ParseJson(R"({"function": 18446744073709551615, "previous": [0, 0, 0], "strToId": null})");
   expected["counters"].resize(576);
   EXPECT_EQ(WriteJson(empty), WriteJson(expected));
-  KnnRegression reader;
-  EXPECT_FALSE(reader.DeserializeJson(empty));  // rejected at "strToId" after taking the kernel
-  EXPECT_EQ(Member(reader, "function"), "18446744073709551615");
-}
 
-TEST(KnnRegressionTest, FailedLoadsKeepWhatTheEarlierStepsRead) {
-  KnnRegression knn(4);
-  const std::string before = WriteJson(knn.SerializeJson());
+  ASSERT_TRUE(KnnRegression().DeserializeJson(Document()));
   Json::Value missing = Document();
   missing.removeMember("counters");
-  for (const Json::Value& rejected : {missing, ParseJson("[1]"), Document("function", "-1"),
-                                      Document("function", "1.5")}) {
-    EXPECT_FALSE(knn.DeserializeJson(rejected));
-    EXPECT_EQ(WriteJson(knn.SerializeJson()), before);
-  }
-  // A bad "previous": only the kernel was replaced.
-  EXPECT_FALSE(knn.DeserializeJson(Document("previous", "[1, 2]")));
-  EXPECT_FALSE(knn.DeserializeJson(Document("previous", "[1, 2, 3, 4]")));
-  EXPECT_EQ(Member(knn, "function") + Member(knn, "previous"), "1[0,0,0]");
-  // A bad "strToId": the recent ids were replaced too.
-  EXPECT_FALSE(knn.DeserializeJson(Document("strToId", "{}")));
-  EXPECT_EQ(Member(knn, "previous") + Member(knn, "strToId"), "[1,0,0]null");
-  // Two names with one id: the entries stay and the next id does not move.
-  EXPECT_FALSE(knn.DeserializeJson(Document("strToId", R"([{"app": "a", "id": 4}, {"app": "b", "id": 4}])")));
-  Launch(knn, "c", 0, 0);
-  EXPECT_EQ(Member(knn, "strToId"), R"([{"app":"a","id":4},{"app":"b","id":4},{"app":"c","id":0}])");
-  // 575 tables: the dictionary was read and the next id set.
-  Json::Value short575 =
-      Document("strToId", R"([{"app": "a", "id": 0}, {"app": "b", "id": 1}, {"app": "c", "id": 5}])");
+  Json::Value short575 = Document();
   short575["counters"].resize(575);
-  EXPECT_FALSE(knn.DeserializeJson(short575));
-  Launch(knn, "d", 0, 0);
-  EXPECT_EQ(Member(knn, "strToId"),
-            R"([{"app":"a","id":0},{"app":"b","id":1},{"app":"c","id":5},{"app":"d","id":6}])");
-  EXPECT_EQ(Table(knn, 100), "null");
-  // A pair naming an unknown id: every pair was read, added to those held, and the span sums refreshed.
-  EXPECT_EQ(knn.GetPrediction("a"), 1.0 / 2.0);
-  Json::Value unknown = Document("strToId", WriteJson(knn.SerializeJson()["strToId"]).c_str());
+  Json::Value unknown = Document();
   unknown["counters"][1] = ParseJson(R"([{"value1": 0, "value2": 9, "value3": 1}])");
-  EXPECT_FALSE(knn.DeserializeJson(unknown));
-  EXPECT_EQ(Table(knn, 100), R"([{"value1":1,"value2":0,"value3":2}])");
-  EXPECT_EQ(knn.GetPrediction("a"), 1.0 / 3.0);  // (a, 9) lies beyond (a, next id): only the denominator counts it
+  for (const Json::Value& rejected :
+       {empty, missing, short575, unknown, ParseJson("[1]"), Document("function", "-1"), Document("function", "1.5"),
+        Document("previous", "[1, 2]"), Document("previous", "[1, 2, 3, 4]"), Document("strToId", "{}"),
+        Document("strToId", R"([{"app": "a", "id": 0}, {"app": "b", "id": 1}, {"app": "c", "id": 1}])")}) {
+    EXPECT_FALSE(KnnRegression().DeserializeJson(rejected)) << WriteJson(rejected);
+  }
 }
 
 TEST(KnnRegressionTest, ReaderSkipsMalformedElements) {
@@ -165,10 +138,26 @@ TEST(KnnRegressionTest, ReaderSkipsMalformedElements) {
                              R"({"value1":1,"value2":0,"value3":0}])");
   EXPECT_EQ(Table(knn, 0), "null");
 
-  KnnRegression shortIds;  // fewer than two recent ids: the missing ones read as 0
-  ASSERT_TRUE(shortIds.DeserializeJson(Document("previous", R"(["x", [], {}])")));
+  // Fewer than two recent ids: the missing ones read as 0. A new name takes
+  // the id after the greatest one read.
+  Json::Value sparse = Document("previous", R"(["x", [], {}])");
+  sparse["strToId"].append(ParseJson(R"({"app": "c", "id": 5})"));
+  KnnRegression shortIds;
+  ASSERT_TRUE(shortIds.DeserializeJson(sparse));
   Launch(shortIds, "b", 8, 20);
   EXPECT_EQ(Table(shortIds, 100), R"([{"value1":1,"value2":0,"value3":3}])");
+  Launch(shortIds, "d", 8, 20);
+  EXPECT_EQ(Member(shortIds, "strToId"),
+            R"([{"app":"a","id":0},{"app":"b","id":1},{"app":"c","id":5},{"app":"d","id":6}])");
+
+  // A recent id that names no application pairs with the next launch; the
+  // pair lies beyond the next id, so it counts in the denominator only.
+  KnnRegression unnamed;
+  ASSERT_TRUE(unnamed.DeserializeJson(Document("previous", "[1, 9, 0]")));
+  Launch(unnamed, "a", 8, 20);
+  unnamed.UpdateTime(At(8, 20));
+  EXPECT_EQ(unnamed.GetPrediction("a"), 0.0);
+  EXPECT_EQ(unnamed.GetPrediction("b"), 2.0 / 3.0);
 }
 
 bool SameBits(double a, double b) { return std::memcmp(&a, &b, sizeof a) == 0; }

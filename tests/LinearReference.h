@@ -16,6 +16,15 @@ using Scores = std::map<std::string, double>;
 
 inline double W(const std::string& key) { return kDefaultWeights.at(key); }
 
+// A small document of a linear model over "a" and "b", which the reader accepts.
+inline constexpr const char* kLinearModel = R"({
+  "last": [{"lastApp": 1}, {"lastApp": 0}],
+  "strToId": [{"app": "a", "id": 0}, {"app": "b", "id": 1}],
+  "transitions": [{"step": 0, "appFrom": 0, "appTo": 1, "cnt": 2}],
+  "timeBuckets": [{"bucket": 96, "app": 0, "cnt": 1}, {"bucket": 97, "app": 1, "cnt": 2}],
+  "statCounter": [{"app": 0, "cnt": 1}, {"app": 1, "cnt": 2}]
+})";
+
 // Scores straight from the formula, recomputed from the raw launch list.
 // pooled: as a DoubleLinear whose second stage only mirrors the history, which
 // leaves every previous-launch value alone and adds one to the time denominator.

@@ -1,3 +1,6 @@
+// The linear scorer: its tables learned launch by launch, its scores against
+// the formula read literally on a random stream, and a reader that skips
+// malformed elements, wraps loaded values in 32 bits and rejects unknown ids.
 #include "Linear.h"
 
 #include <array>
@@ -13,17 +16,14 @@ namespace NuvikPrediction {
 namespace {
 
 using testing::At;
+using testing::kLinearModel;
+using testing::Launch;
+using testing::Member;
 using testing::ParseJson;
 using testing::Scores;
 using testing::W;
 using testing::WriteJson;
 using Names = std::vector<std::string>;
-
-void Launch(Linear& linear, const std::string& app, int hour = 9, int minute = 0) {
-  linear.Update(Updater{"", app, hour, minute});
-}
-
-std::string Member(const Linear& linear, const char* key) { return WriteJson(linear.SerializeJson()[key]); }
 
 // Random launches of apps "app0" .. "app<apps - 1>" at random times.
 void Train(Linear& linear, unsigned seed, unsigned apps = 12) {
@@ -55,38 +55,14 @@ TEST(LinearTest, LearnsEachLaunchAgainstTheHistoryBeforeIt) {
             R"("transitions":[{"appFrom":0,"appTo":1,"cnt":1,"step":0},{"appFrom":1,"appTo":1,"cnt":1,"step":0},)"
             R"({"appFrom":0,"appTo":1,"cnt":1,"step":1}]})");
 
+  // Ten launches, all in one bucket, fill the history: a9, the last, is a
+  // tenth of all launches and of the time numerators. No transitions yet.
   Linear twelve;
-  for (int i = 0; i < 12; ++i) Launch(twelve, "a" + std::to_string(i));
+  for (int i = 0; i < 10; ++i) Launch(twelve, "a" + std::to_string(i));
+  EXPECT_EQ(twelve.GetPrediction("a9"), 0.175150083750486 + 0.1 * 8.13685531616211 + 0.1 * -8.58245544433594);
+  EXPECT_EQ(twelve.GetPrediction("unknown"), 0.0);
+  for (int i = 10; i < 12; ++i) Launch(twelve, "a" + std::to_string(i));
   EXPECT_EQ(twelve.GetLastLaunches(), (Names{"a11", "a10", "a9", "a8", "a7", "a6", "a5", "a4", "a3", "a2"}));
-}
-
-TEST(LinearTest, TenDistinctLaunchesScoreExactly) {
-  Linear linear;
-  for (int i = 0; i < 10; ++i) Launch(linear, "a" + std::to_string(i));
-  // No transitions yet; a9 is the last launch, a tenth of all launches and a
-  // tenth of the time numerators (all at 09:00).
-  EXPECT_EQ(linear.GetPrediction("a9"), 0.175150083750486 + 0.1 * 8.13685531616211 + 0.1 * -8.58245544433594);
-  const Scores scores = linear.Predict();
-  ASSERT_EQ(scores.size(), 10u);
-  for (int i = 0; i < 10; ++i) {
-    const double expected = W("prev" + std::to_string(9 - i)) + 0.1 * W("time") + 0.1 * W("counter");
-    EXPECT_EQ(scores.at("a" + std::to_string(i)), expected);
-  }
-  EXPECT_EQ(linear.GetPrediction("unknown"), 0.0);
-}
-
-TEST(LinearTest, TimeKernelIsTriangularAndWrapsAroundMidnight) {
-  Linear linear;
-  Launch(linear, "morning", 8, 0);   // bucket 96
-  Launch(linear, "evening", 22, 0);  // bucket 264
-  Launch(linear, "late", 21, 55);    // bucket 263
-  const auto at0700 = linear.PredictTime(TimeSlot(7, 0));
-  EXPECT_EQ(at0700.at("morning").numerator, 1.0 + 12.0 / -26.0);  // d = +12
-  EXPECT_EQ(at0700.at("morning").denominator, 1.0);                // max(sum, 1)
-  EXPECT_EQ(linear.PredictTime(TimeSlot(10, 10)).at("morning").numerator, 0.0);  // d = -26
-  const auto at0005 = linear.PredictTime(TimeSlot(0, 5));
-  EXPECT_EQ(at0005.at("evening").numerator, 1.0 + 25.0 / -26.0);
-  EXPECT_EQ(at0005.at("late").numerator, 0.0);
 }
 
 TEST(LinearTest, MatchesTheReferenceBitForBitOnARandomStream) {
@@ -107,51 +83,35 @@ TEST(LinearTest, MatchesTheReferenceBitForBitOnARandomStream) {
   }
 }
 
-TEST(LinearTest, RoundTripReproducesEveryTableAndTheNextPrediction) {
+TEST(LinearTest, RoundTripReproducesEveryTableAndDropsTheCachedPrediction) {
   Linear trained;
   Linear other;
   Train(trained, 3);
   Train(other, 4, 20);  // more applications: stale rows that the load must drop
-  trained.UpdateTime(At(14, 30));
-  const Scores before = trained.Predict();
   other.Predict();
-  const Json::Value document = trained.SerializeJson();
-  ASSERT_TRUE(other.DeserializeJson(document));
-  EXPECT_EQ(WriteJson(other.SerializeJson()), WriteJson(document));
-  other.UpdateTime(At(14, 30));
-  EXPECT_EQ(other.Predict(), before);
-  for (Linear* linear : {&trained, &other}) {
-    for (const char* app : {"new", "app1", "new"}) Launch(*linear, app, 15, 0);
-  }
+  ASSERT_TRUE(other.DeserializeJson(trained.SerializeJson()));
+  EXPECT_EQ(WriteJson(other.SerializeJson()), WriteJson(trained.SerializeJson()));
+  for (Linear* linear : {&trained, &other}) linear->UpdateTime(At(14, 30));
   EXPECT_EQ(other.Predict(), trained.Predict());
 }
 
-const char* const kModel = R"({
-  "last": [{"lastApp": 1}, {"lastApp": 0}],
-  "strToId": [{"app": "a", "id": 0}, {"app": "b", "id": 1}],
-  "transitions": [{"step": 0, "appFrom": 0, "appTo": 1, "cnt": 2}],
-  "timeBuckets": [{"bucket": 96, "app": 0, "cnt": 1}, {"bucket": 97, "app": 1, "cnt": 2}],
-  "statCounter": [{"app": 0, "cnt": 1}, {"app": 1, "cnt": 2}]
-})";
-
-TEST(LinearTest, AFailedLoadKeepsTheTablesReadBeforeTheFailingStep) {
+TEST(LinearTest, ReaderRejectsAMissingOrMalformedTableAndUnknownIds) {
   EXPECT_FALSE(Linear().DeserializeJson(Linear().SerializeJson()));  // nothing learned: null tables
   for (const char* value : {"null", "[1]", "{}"}) EXPECT_FALSE(Linear().DeserializeJson(ParseJson(value)));
-  const char* const order[] = {"last", "strToId", "transitions", "timeBuckets", "statCounter"};
-  for (int broken = 0; broken < 5; ++broken) {
+  for (const char* key : {"last", "strToId", "transitions", "timeBuckets", "statCounter"}) {
     for (const char* value : {"", "null", "[]", R"({"a": 1})", "3"}) {  // "": member removed
-      Linear linear;
-      Train(linear, 5);
-      const Json::Value trained = linear.SerializeJson();
-      Json::Value document = ParseJson(kModel);
-      if (*value != '\0') document[order[broken]] = ParseJson(value);
-      else document.removeMember(order[broken]);
-      EXPECT_FALSE(linear.DeserializeJson(document));
-      for (int i = 0; i < 5; ++i) {
-        const Json::Value& expected = (*value != '\0' && i < broken ? document : trained)[order[i]];
-        EXPECT_EQ(Member(linear, order[i]), WriteJson(expected)) << order[broken] << "=" << value << ", " << order[i];
-      }
+      Json::Value document = ParseJson(kLinearModel);
+      if (*value != '\0') document[key] = ParseJson(value);
+      else document.removeMember(key);
+      EXPECT_FALSE(Linear().DeserializeJson(document)) << key << "=" << value;
     }
+  }
+  for (const auto& [key, element] : {std::pair{"transitions", R"({"step":1,"appFrom":0,"appTo":7,"cnt":3})"},
+                                     std::pair{"timeBuckets", R"({"bucket":98,"app":7,"cnt":3})"},
+                                     std::pair{"statCounter", R"({"app":7,"cnt":3})"}}) {
+    Json::Value document = ParseJson(kLinearModel);
+    document[key].append(ParseJson(element));
+    EXPECT_FALSE(Linear().DeserializeJson(document)) << key;
   }
 }
 
@@ -167,38 +127,24 @@ TEST(LinearTest, ReadersSkipElementsThatDoNotQualify) {
                        R"({"bucket": 1, "app": 0, "cnt": null})", "7"}},
       {"statCounter", {R"({"app": 0, "cnt": -4})", R"({"app": 1})", R"({"cnt": 1})", "{}", "[]", "null"}},
   };
-  Json::Value document = ParseJson(kModel);
+  Json::Value document = ParseJson(kLinearModel);
   for (const auto& [key, elements] : skipped) {
     for (const char* element : elements) document[key].append(ParseJson(element));
   }
   Linear linear;
   ASSERT_TRUE(linear.DeserializeJson(document));
-  EXPECT_EQ(WriteJson(linear.SerializeJson()), WriteJson(ParseJson(kModel)));
+  EXPECT_EQ(WriteJson(linear.SerializeJson()), WriteJson(ParseJson(kLinearModel)));
 
   // The "statCounter" reader asks a bare value for its members.
   for (const char* element : {"5", R"("x")", "[1]", "true"}) {
-    document = ParseJson(kModel);
+    document = ParseJson(kLinearModel);
     document["statCounter"].append(ParseJson(element));
     EXPECT_THROW(Linear().DeserializeJson(document), Json::LogicError) << element;
   }
 }
 
-TEST(LinearTest, UnknownIdsFailTheLoadAfterReplacingTheTables) {
-  const std::map<std::string, const char*> unknown = {{"transitions", R"({"step":1,"appFrom":0,"appTo":7,"cnt":3})"},
-                                                      {"timeBuckets", R"({"bucket":98,"app":7,"cnt":3})"},
-                                                      {"statCounter", R"({"app":7,"cnt":3})"}};
-  for (const auto& [key, element] : unknown) {
-    Linear linear;
-    Train(linear, 5);
-    Json::Value document = ParseJson(kModel);
-    document[key].append(ParseJson(element));
-    EXPECT_FALSE(linear.DeserializeJson(document)) << key;
-    EXPECT_EQ(WriteJson(linear.SerializeJson()), WriteJson(document)) << key;
-  }
-}
-
 TEST(LinearTest, LoadedHistoryKeepsItsLengthAndUnknownIds) {
-  Json::Value document = ParseJson(kModel);
+  Json::Value document = ParseJson(kLinearModel);
   document["last"].append(ParseJson(R"({"lastApp": 9})"));
   for (int i = 0; i < 9; ++i) document["last"].append(ParseJson(R"({"lastApp": 0})"));
   Linear linear;
@@ -211,11 +157,13 @@ TEST(LinearTest, LoadedHistoryKeepsItsLengthAndUnknownIds) {
 }
 
 TEST(LinearTest, LoadedValuesWrapIn32BitsAndZeroSumsDivideByOne) {
-  // The counts of the step-0 row of "a" and the launch counts each add up to 0 (1 + -1).
+  // The counts of the step-0 row of "a" and the launch counts each add up to
+  // 0 (1 + -1); its step-2 row adds up to -1, which no fraction divides by.
   Json::Value document = ParseJson(R"({
     "strToId": [{"app": "a", "id": 0}, {"app": "b", "id": 1}],
     "transitions": [{"step": 0, "appFrom": 0, "appTo": 0, "cnt": 4294967295},
-                    {"step": 0, "appFrom": 0, "appTo": 1, "cnt": 4294967297}, {"step":1,"appFrom":0,"appTo":1,"cnt":0}],
+                    {"step": 0, "appFrom": 0, "appTo": 1, "cnt": 4294967297}, {"step":1,"appFrom":0,"appTo":1,"cnt":0},
+                    {"step": 2, "appFrom": 0, "appTo": 1, "cnt": 4294967295}],
     "timeBuckets": [{"bucket": 0, "app": 0, "cnt": 0}],
     "statCounter": [{"app": 0, "cnt": 1}, {"app": 1, "cnt": 4294967295}]
   })");
@@ -228,41 +176,34 @@ TEST(LinearTest, LoadedValuesWrapIn32BitsAndZeroSumsDivideByOne) {
   EXPECT_EQ(WriteJson(saved["statCounter"]), R"([{"app":0,"cnt":1},{"app":1,"cnt":18446744073709551615}])");
   EXPECT_EQ(WriteJson(saved["timeBuckets"]), R"([{"app":0,"bucket":0,"cnt":0}])");
   EXPECT_EQ(WriteJson(saved["transitions"]), R"([{"appFrom":0,"appTo":0,"cnt":18446744073709551615,"step":0},)"
-                                             R"({"appFrom":0,"appTo":1,"cnt":1,"step":0}])");  // no zero count
+                                             R"({"appFrom":0,"appTo":1,"cnt":1,"step":0},)"  // no zero count
+                                             R"({"appFrom":0,"appTo":1,"cnt":18446744073709551615,"step":2}])");
   double a = 0.0;
   for (int k = 0; k < 10; ++k) a += W("prev" + std::to_string(k));
   EXPECT_EQ(linear.Predict(), (Scores{{"a", a + W("counter")}, {"b", -W("counter")}}));
 }
 
-}  // namespace
-}  // namespace NuvikPrediction
-
-namespace NuvikPrediction {
-namespace {
-
 TEST(LinearTest, ALoadedNameWithTwoIdsScoresAsEachDirectionOfTheDictionarySays) {
   // "b" is read with id 1, then with id 2: it keeps id 2, and both ids name it.
-  Json::Value document = testing::ParseJson(R"({
+  Json::Value document = ParseJson(R"({
     "strToId": [{"app": "a", "id": 0}, {"app": "b", "id": 1}, {"app": "b", "id": 2}],
     "transitions": [{"step": 0, "appFrom": 0, "appTo": 1, "cnt": 1}, {"step": 0, "appFrom": 0, "appTo": 2, "cnt": 3}],
     "timeBuckets": [{"bucket": 96, "app": 0, "cnt": 2}, {"bucket": 96, "app": 1, "cnt": 1},
                     {"bucket": 96, "app": 2, "cnt": 1}],
     "statCounter": [{"app": 0, "cnt": 2}, {"app": 1, "cnt": 5}, {"app": 2, "cnt": 7}]
   })");
-  for (int i = 0; i < 10; ++i) document["last"].append(testing::ParseJson(R"({"lastApp": 0})"));
+  for (int i = 0; i < 10; ++i) document["last"].append(ParseJson(R"({"lastApp": 0})"));
   Linear linear;
   ASSERT_TRUE(linear.DeserializeJson(document));
-  linear.UpdateTime(testing::At(8, 0));
+  EXPECT_EQ(Member(linear, "strToId"), R"([{"app":"a","id":0},{"app":"b","id":2}])");
+  linear.UpdateTime(At(8, 0));
   // Transitions reach names through ids (the later id of "b" wins), the time
   // feature adds both ids of "b", the counter takes the count of b's own id.
   double a = 0.0;
   for (int k = 0; k < 10; ++k) a += 1.0 * W("prev" + std::to_string(k));
   a += 2.0 / 4.0 * W("time");
   a += 2.0 / 14.0 * W("counter");
-  double b = 0.0;
-  b += 3.0 / 4.0 * W("transition0");
-  b += 2.0 / 4.0 * W("time");
-  b += 7.0 / 14.0 * W("counter");
+  const double b = 3.0 / 4.0 * W("transition0") + 2.0 / 4.0 * W("time") + 7.0 / 14.0 * W("counter");
   EXPECT_EQ(linear.Predict(), (Scores{{"a", a}, {"b", b}}));
   EXPECT_EQ(linear.GetPrediction("b"), b);
 }
