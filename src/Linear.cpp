@@ -188,16 +188,6 @@ double Linear::TimeNumerators(int bucket, std::vector<double>& numerators) const
   return std::max(sum, 1.0);
 }
 
-std::map<std::string, Linear::Fraction> Linear::PredictTime(int bucket) const {
-  std::vector<double> numerators;
-  const double denominator = TimeNumerators(bucket, numerators);
-  std::map<std::string, Fraction> result;
-  for (const std::uint32_t slot : slotsByName) {
-    result.emplace_hint(result.end(), NameOf(slot), Fraction{numerators[slot], denominator});
-  }
-  return result;
-}
-
 double Linear::CounterDenominator() const { return static_cast<double>(std::max(launchTotal, std::int32_t{1})); }
 
 void Linear::RefreshPrediction() {

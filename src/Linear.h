@@ -89,8 +89,6 @@ class Linear : public Predictor {
   // The kernel-weighted launch counts around `bucket` of every name into
   // numerators (sized to NameCount()); returns their common denominator.
   double TimeNumerators(int bucket, std::vector<double>& numerators) const;
-  // The same as a map from name to fraction.
-  std::map<std::string, Fraction> PredictTime(int bucket) const;
   // The launch count of a name's id, or null when it has none, over the
   // denominator max(total launches, 1).
   const std::int32_t* CountOf(std::uint32_t slot) const { return countOfId[idOfSlot[slot]]; }
