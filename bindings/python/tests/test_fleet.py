@@ -1,10 +1,7 @@
 """nuvik.fleet on a LocalCluster of two worker processes (loopback only) equals one process, to the bit."""
 import gzip
-import json
 import os
 import signal
-import subprocess
-import sys
 import threading
 import time
 
@@ -17,7 +14,8 @@ from distributed import Client, LocalCluster
 import nuvik
 import nuvik.fleet
 from nuvik import _nuvik
-from conftest import ENSEMBLES, REPLAY, ROW_ARGUMENTS, SAMPLE_LOG, frame_rows, generate, replay_json, tool_error
+from conftest import (ENSEMBLES, ROW_ARGUMENTS, SAMPLE_LOG, fleet_json, frame_rows, generate, replay_json, tool_error,
+                      untimed)
 
 TWO = ["markov_chain3_invalidate,double_linear", "stat_counter"]
 
@@ -79,9 +77,8 @@ def test_generated_fleet_equals_one_process_and_the_tool(client, fleet, tmp_path
         # Sums of by_date depend on the order of adding.
         assert [date[0] for date in profile["by_date"]] == [date[0] for date in expected_profile["by_date"]]
         assert sum(profile["by_date"], ()) == pytest.approx(sum(expected_profile["by_date"], ()))
-    command = [sys.executable, "-m", "nuvik.fleet", pattern, "--compare", *TWO, "--format", "json", "--scheduler",
-               client.scheduler.address, "--lagging", "--report", str(tmp_path / "fleet.html")]
-    output = json.loads(subprocess.run(command, capture_output=True, check=True, timeout=120).stdout)
+    output = fleet_json(pattern, "--compare", *TWO, "--scheduler", client.scheduler.address, "--lagging", "--report",
+                        str(tmp_path / "fleet.html"))
     # The report's dates and every section past the summary (no timing there) are one process's; the
     # running curves are left out, their sums by date being added in another order.
     pages = [(tmp_path / name).read_text() for name in ("one.html", "fleet.html")]
@@ -89,13 +86,8 @@ def test_generated_fleet_equals_one_process_and_the_tool(client, fleet, tmp_path
               page[page.index('<h2 id="users">'):page.index('<h2 id="running">')]) for page in pages]
     assert parts[0] == parts[1]
     assert "<code>python3 -m nuvik.fleet " in pages[1] and 'class="marks"' in parts[1][1]
-    text = frame.to_csv(index=False).encode()
-    tool = json.loads(subprocess.run([REPLAY, "-", "--compare", *TWO, "--format", "json", "--lagging"], input=text,
-                                     capture_output=True, check=True, timeout=120).stdout)
-    for report in (output, tool):
-        del report["source"]
-        for run in report["results"]:
-            del run["microsPerLaunch"]
+    tool = untimed(replay_json("-", "--compare", *TWO, "--lagging", stdin=frame.to_csv(index=False).encode())[0])
+    del output["source"], tool["source"]
     assert output == tool
 
 
@@ -153,12 +145,5 @@ def test_bad_rows_are_reported_not_lost(client, tmp_path):
 
 
 def test_command_on_a_local_cluster_prints_the_tools_json(sample_json):
-    command = [sys.executable, "-m", "nuvik.fleet", SAMPLE_LOG, "--compare", *ENSEMBLES, "--per-user", "--format",
-               "json", "--workers", "2", *ROW_ARGUMENTS]
-    output = json.loads(subprocess.run(command, capture_output=True, check=True, timeout=120).stdout)
-    expected = sample_json[0]
-    for report in (output, expected):
-        for run in report["results"]:
-            for entry in [run, *run["perUser"]]:
-                del entry["microsPerLaunch"]
-    assert output == expected
+    output = fleet_json(SAMPLE_LOG, "--compare", *ENSEMBLES, "--per-user", "--workers", "2", *ROW_ARGUMENTS)
+    assert output == untimed(sample_json[0])
