@@ -91,22 +91,12 @@ def test_generated_fleet_equals_one_process_and_the_tool(client, fleet, tmp_path
     assert output == tool
 
 
-def test_a_replay_task_holds_one_share_of_the_users(client, fleet):
+def test_a_killed_worker_changes_nothing_and_a_task_holds_one_share_of_the_users(client, fleet):
     pattern, frame = fleet
     tasks = 12
-    result = nuvik.fleet.run(pattern, TWO, scheduler=client, tasks=tasks)
-    share = -(-len(frame) // tasks)
-    largest = frame.groupby("user").size().max()
-    # Launches held at once: a share of the users (a larger user alone), not a file, never the log.
-    assert 0 < result.peak_task_launches <= max(share, largest) < len(frame) // 3
-    same(result.frame(), nuvik.replay(frame, TWO))
-
-
-def test_a_killed_worker_changes_nothing(client, fleet):
-    pattern, frame = fleet
     result = {}
-    runner = threading.Thread(target=lambda: result.update(
-        frame=nuvik.fleet.replay(pattern, TWO, scheduler=client, tasks=12)))
+    runner = threading.Thread(target=lambda: result.update(run=nuvik.fleet.run(pattern, TWO, scheduler=client,
+                                                                               tasks=tasks)))
     runner.start()
     killed = None
     deadline = time.monotonic() + 60
@@ -119,8 +109,12 @@ def test_a_killed_worker_changes_nothing(client, fleet):
             os.kill(killed, signal.SIGKILL)
         time.sleep(0.02)
     runner.join(timeout=120)
-    assert killed is not None and "frame" in result
-    same(result["frame"], nuvik.replay(frame, TWO))
+    assert killed is not None and "run" in result
+    same(result["run"].frame(), nuvik.replay(frame, TWO))
+    share = -(-len(frame) // tasks)
+    largest = frame.groupby("user").size().max()
+    # Launches held at once: a share of the users (a larger user alone), not a file, never the log.
+    assert 0 < result["run"].peak_task_launches <= max(share, largest) < len(frame) // 3
     client.wait_for_workers(2, timeout=60)
 
 

@@ -68,23 +68,18 @@ class NuvikTest {
     try (Nuvik asked = new Nuvik("markov_chain3_invalidate", "linear");
         Nuvik plain = new Nuvik("markov_chain3_invalidate", "linear")) {
       Random random = new Random(41);
+      // The LocalTime forms call the others with the time's hour and minute.
       for (int i = 0; i < 120; ++i) {
         LocalTime time = LocalTime.of(i / 5 % 24, random.nextInt(60));
-        int hour = time.getHour();
-        int minute = time.getMinute();
         String at = "launch " + i;
-        // Each form in turn: LocalTime, then hour and minute.
-        boolean local = i % 2 == 0;
-        List<String> next = local ? asked.nextAt(time) : asked.nextAt(hour, minute);
-        double[] weights = local ? asked.weightsAt(time, probes) : asked.weightsAt(hour, minute, probes);
-        int count = i % 9;
-        assertEquals(next.subList(0, Math.min(count, next.size())),
-            local ? asked.nextAt(time, count) : asked.nextAt(hour, minute, count), at);
-        asked.nextAt((hour + 7) % 24, 30);
+        List<String> next = asked.nextAt(time);
+        double[] weights = asked.weightsAt(time, probes);
+        assertEquals(next.subList(0, Math.min(i % 9, next.size())), asked.nextAt(time, i % 9), at);
+        asked.nextAt(time.plusHours(7));
         asked.weightsAt(time.plusHours(7), probes);
         String app = "app" + random.nextInt(12);
         asked.update(app, time);
-        plain.update(app, hour, minute);
+        plain.update(app, time.getHour(), time.getMinute());
         assertEquals(next, asked.next(), at);
         assertArrayEquals(weights, asked.weights(probes), at);
       }
