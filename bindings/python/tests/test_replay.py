@@ -58,7 +58,8 @@ def test_bad_rows_raise_the_tools_message(tmp_path):
     for frame, ensemble, options, message in [
             (good, "lineaire", {}, "unknown predictor 'lineaire'"),
             (good.rename(columns={"timestamp": "time"}), "linear", {}, "'timestamp'"),
-            (good, "linear", {"utc_offset": "Paris"}, "utc_offset"), (good, "linear", {"dock": 4}, "dock and stable need"),
+            (good, "linear", {"utc_offset": "Paris"}, "utc_offset"),
+            (good, "linear", {"dock": 4}, "dock and stable need a row"),
             (good, "linear", {"row": 0}, "row must be at least 1")]:
         with pytest.raises(ValueError, match=message):
             nuvik.replay(frame, [ensemble], **options)

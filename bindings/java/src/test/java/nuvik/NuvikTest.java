@@ -37,7 +37,8 @@ class NuvikTest {
         NuvikConfig.builder().predictors("knn_regression", "linear").params(5).build().toString());
     NuvikConfig repeated = NuvikConfig.builder().predictors("linear").params(1, 2, 3).skipRepeats(true).build();
     assertArrayEquals(new String[] {"linear", "linear", "linear"}, repeated.predictors());
-    try (Nuvik byConfig = new Nuvik(repeated); Nuvik byNames = new Nuvik("double_linear", "knn_regression", "linear", "x");
+    try (Nuvik byConfig = new Nuvik(repeated);
+        Nuvik byNames = new Nuvik("double_linear", "knn_regression", "linear", "x");
         Nuvik skipping = new Nuvik(NuvikConfig.builder().skipRepeats(true).build())) {
       assertEquals("NUVIK library 1.3 [ predictors list: linear, linear, linear ]", byConfig.toString());
       assertEquals("NUVIK library 1.3", byConfig.libraryInfo());

@@ -34,6 +34,7 @@ class SuggestionsTest {
   @Test
   void namesThatAreNotUtf8AndDocuments() throws Exception {
     try (Suggestions suggestions = new Suggestions()) {
+      // A lone surrogate goes in as U+FFFD.
       suggestions.dismiss("\uD800lone");
       assertEquals(List.of("\uFFFDlone"), suggestions.dismissed());
       // Bytes that are not UTF-8 (overlong, surrogate, truncated, 0xFF) come out as one U+FFFD each.
@@ -42,8 +43,9 @@ class SuggestionsTest {
       suggestions.load(document);
       assertEquals(List.of("x" + "\uFFFD".repeat(9)), suggestions.dismissed());
       assertArrayEquals(document, suggestions.save());
-      for (byte[] rejected : new byte[][] {"garbage".getBytes(StandardCharsets.UTF_8), Arrays.copyOf(document, 20), {}}) {
-        assertThrows(NuvikFormatException.class, () -> suggestions.load(rejected));
+      byte[][] rejected = {"garbage".getBytes(StandardCharsets.UTF_8), Arrays.copyOf(document, 20), {}};
+      for (byte[] text : rejected) {
+        assertThrows(NuvikFormatException.class, () -> suggestions.load(text));
         assertArrayEquals(document, suggestions.save());
       }
     }
