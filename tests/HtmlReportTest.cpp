@@ -3,9 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <initializer_list>
 #include <random>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "replay/HtmlReport.h"
@@ -45,6 +47,16 @@ std::string MalformedPart(const std::string& page) {
   return open.empty() ? "" : "<" + open.back() + "> left open";
 }
 
+// Well-formed, and without a number that failed to print as one.
+void ExpectWellFormed(const std::string& page) {
+  EXPECT_EQ(MalformedPart(page), "");
+  for (const char* number : {"nan", "NaN", "inf"}) EXPECT_EQ(page.find(number), std::string::npos) << number;
+}
+
+void ExpectParts(const std::string& page, std::initializer_list<const char*> parts) {
+  for (const char* part : parts) EXPECT_NE(page.find(part), std::string::npos) << part;
+}
+
 std::size_t Occurrences(const std::string& text, const std::string& part) {
   std::size_t count = 0;
   for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
@@ -74,6 +86,9 @@ RunTotals RunOf(const std::string& label, bool baseline, std::vector<Totals> use
   return run;
 }
 
+using Bounds = std::tuple<double, double, double>;  // value, low, high
+Bounds BoundsOf(const Interval& interval) { return {interval.value, interval.low, interval.high}; }
+
 std::string Page(const LogSummary& log, const std::vector<RunTotals>& runs, bool row = false,
                  const BootstrapOptions& options = {}) {
   std::ostringstream out;
@@ -88,16 +103,10 @@ TEST(StatisticsTest, BootstrapsRatiosOfSumsOverUsers) {
   // so the 2.5th and 97.5th percentiles are the single users' ratios.
   const RatioOfSums two{{1, 3}, {4, 4}};
   const std::vector<Interval> intervals = BootstrapRatios({same, {{1, 3, 0}, {4, 4, 0}}});
-  EXPECT_EQ(intervals[0].value, 0.5);
-  EXPECT_EQ(intervals[0].low, 0.5);
-  EXPECT_EQ(intervals[0].high, 0.5);
+  EXPECT_EQ(BoundsOf(intervals[0]), Bounds(0.5, 0.5, 0.5));
   // A third user with nothing to count changes nothing but the draws.
-  EXPECT_EQ(intervals[1].value, 0.5);
-  EXPECT_EQ(intervals[1].low, 0.25);
-  EXPECT_EQ(intervals[1].high, 0.75);
-  const Interval alone = BootstrapRatios({two}).front();
-  EXPECT_EQ(alone.low, 0.25);
-  EXPECT_EQ(alone.high, 0.75);
+  EXPECT_EQ(BoundsOf(intervals[1]), Bounds(0.5, 0.25, 0.75));
+  EXPECT_EQ(BoundsOf(BootstrapRatios({two}).front()), Bounds(0.5, 0.25, 0.75));
 
   // Ratios see the same resamples, together or alone.
   std::mt19937_64 random(7);
@@ -111,12 +120,9 @@ TEST(StatisticsTest, BootstrapsRatiosOfSumsOverUsers) {
     flat.numerator.push_back(1);
   }
   const std::vector<Interval> both = BootstrapRatios({flat, noisy});
-  EXPECT_EQ(both[0].low, 0.5);
-  EXPECT_EQ(both[0].high, 0.5);
+  EXPECT_EQ(BoundsOf(both[0]), Bounds(0.5, 0.5, 0.5));
   const Interval together = both[1];
-  const Interval separate = BootstrapRatios({noisy}).front();
-  EXPECT_EQ(together.low, separate.low);
-  EXPECT_EQ(together.high, separate.high);
+  EXPECT_EQ(BoundsOf(together), BoundsOf(BootstrapRatios({noisy}).front()));
   EXPECT_LT(together.low, together.value);
   EXPECT_LT(together.value, together.high);
 
@@ -131,10 +137,8 @@ TEST(StatisticsTest, ComparesRunsUserByUser) {
   const std::vector<std::vector<double>> values = {{0.5, 0.4, kNaN, 0.3}, {0.4, 0.4, 0.2, 0.5}, {0.4, 0.4, 0.2, 0.5}};
   const std::vector<PairedComparison> comparisons = ComparePaired(values, {{0, 1}, {2, 1}});
   const PairedComparison& c = comparisons[0];
-  EXPECT_EQ(c.users, 3u);
-  EXPECT_EQ(c.better, 1u);
-  EXPECT_EQ(c.equal, 1u);
-  EXPECT_EQ(c.worse, 1u);
+  using Counts = std::tuple<std::size_t, std::size_t, std::size_t, std::size_t>;  // users, better, equal, worse
+  EXPECT_EQ(Counts(c.users, c.better, c.equal, c.worse), Counts(3, 1, 1, 1));
   // User 2, left out of this pair, is resampled for the other one.
   EXPECT_EQ(c.meanDifference.value, ((0.0 + (0.5 - 0.4)) + (0.4 - 0.4) + 0.0 + (0.3 - 0.5)) / 3.0);
   EXPECT_GE(c.meanDifference.low, 0.3 - 0.5);
@@ -146,11 +150,8 @@ TEST(StatisticsTest, ComparesRunsUserByUser) {
   EXPECT_EQ(comparisons[1].meanDifference.high, 0.0);
 
   const Spread spread = SpreadOf({5, kNaN, 1, 4, 2, 3});
-  EXPECT_EQ(spread.count, 5u);
-  EXPECT_EQ(spread.mean, 3.0);
-  EXPECT_EQ(spread.median, 3.0);
-  EXPECT_EQ(spread.q1, 2.0);
-  EXPECT_EQ(spread.q3, 4.0);
+  EXPECT_EQ(std::make_tuple(spread.count, spread.mean, spread.median, spread.q1, spread.q3),
+            std::make_tuple(std::size_t{5}, 3.0, 3.0, 2.0, 4.0));
   EXPECT_DOUBLE_EQ(spread.p5, 1.2);
   EXPECT_DOUBLE_EQ(spread.p95, 4.8);
   EXPECT_TRUE(std::isnan(SpreadOf({kNaN}).median));
@@ -166,14 +167,11 @@ TEST(HtmlReportTest, SaysSoWhenNothingIsScoredAndHandlesOneUser) {
   log.lastLaunch = 1709535600 + 4 * 60;
   const std::string empty = Page(
       log, {RunOf("a<b", false, {User(5, 0, 0, 0)}), RunOf("baseline: most recently used", true, {User(5, 0, 0, 0)})});
-  EXPECT_EQ(MalformedPart(empty), "");
-  EXPECT_NE(empty.find("No launch was scored"), std::string::npos);
-  EXPECT_NE(empty.find("<h1>Ensembles replayed on one &amp; only.csv</h1>"), std::string::npos);
-  EXPECT_NE(empty.find("<td>a&lt;b</td>"), std::string::npos);
-  EXPECT_NE(empty.find("<code>--compare a&lt;b&amp;c</code>"), std::string::npos);
-  EXPECT_NE(empty.find("2024-03-04 07:00 to 2024-03-04 07:04 (local time, 1 calendar day)"), std::string::npos);
+  ExpectWellFormed(empty);
+  ExpectParts(empty, {"No launch was scored", "<h1>Ensembles replayed on one &amp; only.csv</h1>", "<td>a&lt;b</td>",
+                      "<code>--compare a&lt;b&amp;c</code>",
+                      "2024-03-04 07:00 to 2024-03-04 07:04 (local time, 1 calendar day)"});
   EXPECT_EQ(empty.find("<svg"), std::string::npos);  // no empty figure
-  for (const char* number : {"nan", "NaN", "inf"}) EXPECT_EQ(empty.find(number), std::string::npos) << number;
 
   // One user: every resample is that user, so every interval is a point.
   log.launchCount = 40;
@@ -188,17 +186,15 @@ TEST(HtmlReportTest, SaysSoWhenNothingIsScoredAndHandlesOneUser) {
     run->profile.byDate = {{30, run->total.sumMap * 0.8, 18}, {5, run->total.sumMap * 0.2, 2}};
   }
   const std::string one = Page(log, {ensemble, lagging, recent});
-  EXPECT_EQ(MalformedPart(one), "");
-  EXPECT_NE(one.find("<td class=\"best\"><span class=\"value\">0.4000</span><span class=\"ci\">0.4000\u20130.4000"),
-            std::string::npos);
-  EXPECT_NE(one.find("Best ensemble: <strong>e</strong>"), std::string::npos);  // not its lagging run
-  EXPECT_NE(one.find("<td>\u22120.1000</td><td>\u22120.1000 to \u22120.1000</td><td>0 (0.0%)</td><td>0 (0.0%)</td>"
-                     "<td>1 (100.0%)</td>"),
-            std::string::npos);
+  ExpectWellFormed(one);
+  // Not its lagging run is the best ensemble.
+  ExpectParts(one, {"<td class=\"best\"><span class=\"value\">0.4000</span><span class=\"ci\">0.4000\u20130.4000",
+                    "Best ensemble: <strong>e</strong>",
+                    "<td>\u22120.1000</td><td>\u22120.1000 to \u22120.1000</td><td>0 (0.0%)</td><td>0 (0.0%)</td>"
+                    "<td>1 (100.0%)</td>"});
   EXPECT_EQ(Occurrences(one, "<svg"), 6u);  // per user, two comparisons, learning, hours, running curves
   EXPECT_EQ(Occurrences(one, "<g class=\"marks\""), 11u);
   EXPECT_EQ(one.find("Suggestion row"), std::string::npos);  // replayed without one
-  for (const char* number : {"nan", "NaN", "inf"}) EXPECT_EQ(one.find(number), std::string::npos) << number;
 }
 
 TEST(HtmlReportTest, StaysSmallForTwentyThousandUsers) {
@@ -240,9 +236,8 @@ TEST(HtmlReportTest, StaysSmallForTwentyThousandUsers) {
   // The page's size does not depend on the number of resamples.
   const std::string page = Page(log, runs, true, {20, 1});
   EXPECT_LT(page.size(), 2u << 20);
-  EXPECT_EQ(MalformedPart(page), "");
-  EXPECT_NE(page.find("Suggestion row"), std::string::npos);
-  EXPECT_NE(page.find("<h1>Ensembles replayed on a.csv.gz and 2 more files</h1>"), std::string::npos);
+  ExpectWellFormed(page);
+  ExpectParts(page, {"Suggestion row", "<h1>Ensembles replayed on a.csv.gz and 2 more files</h1>"});
 }
 
 }  // namespace

@@ -142,19 +142,6 @@ TEST(NextAtTest, EveryEnsembleRanksForNowAsItsNextUpdateWillAndChangesNothing) {
   Follow({"linear", "markov_chain3_invalidate", "knn_regression"}, seed);
 }
 
-TEST(NextAtTest, AnswersBeforeAnyLaunchAndForAnUnknownOrEmptyList) {
-  Nuvik nuvik(Names{"markov_chain3_invalidate", "linear"});
-  EXPECT_TRUE(nuvik.GetNextAt(At(8, 0)).empty());
-  EXPECT_TRUE(nuvik.GetNextAt(At(8, 0), 4).empty());
-  EXPECT_TRUE(nuvik.GetWeightsAt(At(8, 0), {}).empty());
-  EXPECT_EQ(nuvik.GetWeightsAt(At(8, 0), {"a"}), std::vector<double>{0.0});
-  nuvik.Update("a", At(8, 0));
-  nuvik.Update("b", At(8, 5));
-  EXPECT_EQ(nuvik.GetNextAt(At(9, 0)), (Names{"b", "a"}));
-  EXPECT_EQ(nuvik.GetNextAt(At(9, 0), 0), Names{});
-  EXPECT_EQ(nuvik.GetNextAt(At(9, 0), 1), Names{"b"});
-}
-
 // A loaded Markov chain whose history names applications that its dictionary
 // lacks, and whose dictionary gives two ids one name, repairs the dictionary
 // at its first prediction; asking for now must not.

@@ -200,13 +200,9 @@ TEST(SuggestionsTest, RandomStreamsFollowTheRules) {
 
 TEST(SuggestionsTest, DismissedApplicationsComeBackWhenRestored) {
   Suggestions suggestions;
-  const std::string empty = Document(suggestions);
-  EXPECT_EQ(empty, R"({"dismissed":[],"row":[],"version":1})");
+  EXPECT_EQ(Document(suggestions), R"({"dismissed":[],"row":[],"version":1})");
   const Names ranking = {"a", "b", "c", "d"};
-  suggestions.Dismiss("b");
-  suggestions.Dismiss("a");
-  suggestions.Dismiss("c");
-  suggestions.Dismiss("b");  // again: now the most recent
+  for (const char* app : {"b", "a", "c", "b"}) suggestions.Dismiss(app);  // b again: now the most recent
   EXPECT_EQ(suggestions.Dismissed(), (Names{"b", "c", "a"}));
   EXPECT_EQ(suggestions.Row(ranking, Request(2)), Names{"d"});
   const std::string saved = Document(suggestions);

@@ -1,7 +1,9 @@
 """Shared helpers: the tools' paths (set by CTest) and nuvik-replay's JSON."""
+import copy
 import json
 import os
 import subprocess
+import sys
 
 import pytest
 
@@ -46,6 +48,21 @@ def frame_rows(frame, row=False):
                                         frame[list(totals_of(row))].itertuples(index=False)):
         rows.append([name, who, users] + [None if value != value else value for value in values])
     return rows
+
+
+def untimed(report):
+    """A copy of a JSON report of nuvik-replay or nuvik.fleet without its timings."""
+    report = copy.deepcopy(report)
+    for run in report["results"]:
+        for entry in [run, *run.get("perUser", [])]:
+            del entry["microsPerLaunch"]
+    return report
+
+
+def fleet_json(*arguments):
+    """python3 -m nuvik.fleet --format json, without its timings."""
+    command = [sys.executable, "-m", "nuvik.fleet", *arguments, "--format", "json"]
+    return untimed(json.loads(subprocess.run(command, capture_output=True, check=True, timeout=120).stdout))
 
 
 def tool_error(path, *arguments):

@@ -1,10 +1,7 @@
 """nuvik.fleet on a LocalCluster of two worker processes (loopback only) equals one process, to the bit."""
 import gzip
-import json
 import os
 import signal
-import subprocess
-import sys
 import threading
 import time
 
@@ -17,7 +14,8 @@ from distributed import Client, LocalCluster
 import nuvik
 import nuvik.fleet
 from nuvik import _nuvik
-from conftest import ENSEMBLES, REPLAY, ROW_ARGUMENTS, SAMPLE_LOG, frame_rows, generate, replay_json, tool_error
+from conftest import (ENSEMBLES, ROW_ARGUMENTS, SAMPLE_LOG, fleet_json, frame_rows, generate, replay_json, tool_error,
+                      untimed)
 
 TWO = ["markov_chain3_invalidate,double_linear", "stat_counter"]
 
@@ -52,11 +50,8 @@ def same(result, expected):
     assert frame_rows(result, row) == frame_rows(expected, row)
 
 
-def test_sample_log_and_dask_frames_equal_one_process(client):
+def test_dask_frame_equals_one_process(client):
     frame = pd.read_csv(SAMPLE_LOG)
-    for per_user in (False, True):
-        expected = nuvik.replay(frame, ENSEMBLES, per_user=per_user)
-        same(nuvik.fleet.replay(SAMPLE_LOG, ENSEMBLES, scheduler=client, per_user=per_user, tasks=3), expected)
     # Partitions cut through every user's stream; the shuffle puts each stream back together.
     split = dd.from_pandas(frame, npartitions=4)
     same(nuvik.fleet.replay(split, ENSEMBLES, scheduler=client.scheduler.address, tasks=2, lagging=True, row=3),
@@ -79,9 +74,8 @@ def test_generated_fleet_equals_one_process_and_the_tool(client, fleet, tmp_path
         # Sums of by_date depend on the order of adding.
         assert [date[0] for date in profile["by_date"]] == [date[0] for date in expected_profile["by_date"]]
         assert sum(profile["by_date"], ()) == pytest.approx(sum(expected_profile["by_date"], ()))
-    command = [sys.executable, "-m", "nuvik.fleet", pattern, "--compare", *TWO, "--format", "json", "--scheduler",
-               client.scheduler.address, "--lagging", "--report", str(tmp_path / "fleet.html")]
-    output = json.loads(subprocess.run(command, capture_output=True, check=True, timeout=120).stdout)
+    output = fleet_json(pattern, "--compare", *TWO, "--scheduler", client.scheduler.address, "--lagging", "--report",
+                        str(tmp_path / "fleet.html"))
     # The report's dates and every section past the summary (no timing there) are one process's; the
     # running curves are left out, their sums by date being added in another order.
     pages = [(tmp_path / name).read_text() for name in ("one.html", "fleet.html")]
@@ -89,32 +83,17 @@ def test_generated_fleet_equals_one_process_and_the_tool(client, fleet, tmp_path
               page[page.index('<h2 id="users">'):page.index('<h2 id="running">')]) for page in pages]
     assert parts[0] == parts[1]
     assert "<code>python3 -m nuvik.fleet " in pages[1] and 'class="marks"' in parts[1][1]
-    text = frame.to_csv(index=False).encode()
-    tool = json.loads(subprocess.run([REPLAY, "-", "--compare", *TWO, "--format", "json", "--lagging"], input=text,
-                                     capture_output=True, check=True, timeout=120).stdout)
-    for report in (output, tool):
-        del report["source"]
-        for run in report["results"]:
-            del run["microsPerLaunch"]
+    tool = untimed(replay_json("-", "--compare", *TWO, "--lagging", stdin=frame.to_csv(index=False).encode())[0])
+    del output["source"], tool["source"]
     assert output == tool
 
 
-def test_a_replay_task_holds_one_share_of_the_users(client, fleet):
+def test_a_killed_worker_changes_nothing_and_a_task_holds_one_share_of_the_users(client, fleet):
     pattern, frame = fleet
     tasks = 12
-    result = nuvik.fleet.run(pattern, TWO, scheduler=client, tasks=tasks)
-    share = -(-len(frame) // tasks)
-    largest = frame.groupby("user").size().max()
-    # Launches held at once: a share of the users (a larger user alone), not a file, never the log.
-    assert 0 < result.peak_task_launches <= max(share, largest) < len(frame) // 3
-    same(result.frame(), nuvik.replay(frame, TWO))
-
-
-def test_a_killed_worker_changes_nothing(client, fleet):
-    pattern, frame = fleet
     result = {}
-    runner = threading.Thread(target=lambda: result.update(
-        frame=nuvik.fleet.replay(pattern, TWO, scheduler=client, tasks=12)))
+    runner = threading.Thread(target=lambda: result.update(run=nuvik.fleet.run(pattern, TWO, scheduler=client,
+                                                                               tasks=tasks)))
     runner.start()
     killed = None
     deadline = time.monotonic() + 60
@@ -127,8 +106,12 @@ def test_a_killed_worker_changes_nothing(client, fleet):
             os.kill(killed, signal.SIGKILL)
         time.sleep(0.02)
     runner.join(timeout=120)
-    assert killed is not None and "frame" in result
-    same(result["frame"], nuvik.replay(frame, TWO))
+    assert killed is not None and "run" in result
+    same(result["run"].frame(), nuvik.replay(frame, TWO))
+    share = -(-len(frame) // tasks)
+    largest = frame.groupby("user").size().max()
+    # Launches held at once: a share of the users (a larger user alone), not a file, never the log.
+    assert 0 < result["run"].peak_task_launches <= max(share, largest) < len(frame) // 3
     client.wait_for_workers(2, timeout=60)
 
 
@@ -153,12 +136,5 @@ def test_bad_rows_are_reported_not_lost(client, tmp_path):
 
 
 def test_command_on_a_local_cluster_prints_the_tools_json(sample_json):
-    command = [sys.executable, "-m", "nuvik.fleet", SAMPLE_LOG, "--compare", *ENSEMBLES, "--per-user", "--format",
-               "json", "--workers", "2", *ROW_ARGUMENTS]
-    output = json.loads(subprocess.run(command, capture_output=True, check=True, timeout=120).stdout)
-    expected = sample_json[0]
-    for report in (output, expected):
-        for run in report["results"]:
-            for entry in [run, *run["perUser"]]:
-                del entry["microsPerLaunch"]
-    assert output == expected
+    output = fleet_json(SAMPLE_LOG, "--compare", *ENSEMBLES, "--per-user", "--workers", "2", *ROW_ARGUMENTS)
+    assert output == untimed(sample_json[0])

@@ -22,9 +22,6 @@ def test_sample_log_equals_nuvik_replay_json(sample_json):
     assert [name for name in per_user.columns if name not in overall.columns] == [
         "user", "sum_row_hit", "sum_dock_or_row_hit", "sum_churn", "churn_count", "row_hit", "dock_or_row_hit", "churn"]
     assert frame_rows(overall) == replay_json(SAMPLE_LOG, "--compare", *ENSEMBLES, "--lagging")[1]
-    assert list(overall["ensemble"][:2]) == [ENSEMBLES[0], ENSEMBLES[0] + " (lagging)"]
-    assert list(overall["ensemble"][-2:]) == ["baseline: most recently used", "baseline: most frequently used"]
-    assert (overall["sum_hit5"] == overall["sum_recall"]).all()
     assert (overall["us_per_launch"] > 0).all()
 
 
@@ -58,16 +55,14 @@ def test_bad_rows_raise_the_tools_message(tmp_path):
         assert str(error.value) == tool_error(str(path)).replace(str(path), "DataFrame", 1)
         skipped = nuvik.replay(bad, ["stat_counter"], skip_bad_rows=True)
         assert skipped["launches"][0] == len(good) - 1
-    with pytest.raises(ValueError, match="unknown predictor 'lineaire'"):
-        nuvik.replay(good, ["lineaire"])
-    with pytest.raises(ValueError, match="'timestamp'"):
-        nuvik.replay(good.rename(columns={"timestamp": "time"}), ["linear"])
-    with pytest.raises(ValueError, match="utc_offset"):
-        nuvik.replay(good, ["linear"], utc_offset="Paris")
-    with pytest.raises(ValueError, match="dock and stable need a row"):
-        nuvik.replay(good, ["linear"], dock=4)
-    with pytest.raises(ValueError, match="row must be at least 1"):
-        nuvik.replay(good, ["linear"], row=0)
+    for frame, ensemble, options, message in [
+            (good, "lineaire", {}, "unknown predictor 'lineaire'"),
+            (good.rename(columns={"timestamp": "time"}), "linear", {}, "'timestamp'"),
+            (good, "linear", {"utc_offset": "Paris"}, "utc_offset"),
+            (good, "linear", {"dock": 4}, "dock and stable need a row"),
+            (good, "linear", {"row": 0}, "row must be at least 1")]:
+        with pytest.raises(ValueError, match=message):
+            nuvik.replay(frame, [ensemble], **options)
 
 
 def test_report_shows_the_frames_numbers_and_its_path_is_checked_first(tmp_path):

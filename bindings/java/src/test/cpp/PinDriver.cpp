@@ -1,8 +1,8 @@
-// The C++ side of the Java conformance tests, through the public API only.
-//   nuvik-pin-driver replay          prints a launch stream, with the facade's answers after every step and
-//                                    a suggestions row before it
-//   nuvik-pin-driver resave NAME...  loads the document on stdin into Nuvik(NAMEs) and writes it again
-// Names and documents are printed as hexadecimal UTF-8 bytes, doubles as the hexadecimal of their bits.
+// The C++ side of the Java conformance test, through the public API only:
+// prints a launch stream, with the facade's answers after every step and a
+// suggestions row before it, then both saved documents. Names and documents
+// are printed as hexadecimal UTF-8 bytes, doubles as the hexadecimal of their
+// bits.
 #include <cinttypes>
 #include <cstddef>
 #include <cstdint>
@@ -10,7 +10,6 @@
 #include <cstring>
 #include <ctime>
 #include <iostream>
-#include <iterator>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -94,7 +93,7 @@ void ChangeDismissed(int step, const std::vector<std::string>& apps, Suggestions
 
 void PrintState(const Nuvik& nuvik, const std::vector<std::string>& probes) {
   std::cout << "next";
-  for (const std::string& app : nuvik.GetNext()) std::cout << ' ' << Hex(app);
+  PrintNames(nuvik.GetNext());
   std::cout << "\nweights";
   for (const auto& [app, weight] : nuvik.GetAllWeights()) std::cout << ' ' << Hex(app) << ' ' << Bits(weight);
   for (const std::string& app : probes) {
@@ -106,7 +105,9 @@ void PrintState(const Nuvik& nuvik, const std::vector<std::string>& probes) {
             << Bits(nuvik.GetRecallMetric()) << ' ' << nuvik.GetCountKnownApps() << '\n';
 }
 
-int Replay() {
+}  // namespace
+
+int main() {
   const std::vector<std::string> names = {"markov_chain3_invalidate", "linear"};
   const std::vector<std::string> apps = Apps();
   const std::vector<std::string> probes = {apps[1], apps[2], "never launched"};
@@ -160,23 +161,5 @@ int Replay() {
   std::ostringstream saved;
   suggestions.SerializeJson(saved);
   std::cout << "suggestions " << Hex(saved.str()) << '\n';
-  return 0;
-}
-
-int Resave(std::vector<std::string> names) {
-  Nuvik nuvik(names);
-  std::istringstream in(std::string(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>()));
-  if (nuvik.DeserializeJson(in).bad()) return 1;
-  nuvik.SerializeJson(std::cout);
   return std::cout.flush() ? 0 : 1;
-}
-
-}  // namespace
-
-int main(int argc, char** argv) {
-  const std::string mode = argc > 1 ? argv[1] : "";
-  if (mode == "replay") return Replay();
-  if (mode == "resave") return Resave(std::vector<std::string>(argv + 2, argv + argc));
-  std::cerr << "usage: nuvik-pin-driver replay | resave NAME...\n";
-  return 2;
 }

@@ -12,33 +12,19 @@ import java.util.List;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.function.Executable;
 
+/** What ConformanceTest leaves out: rows of a ranking, names that are not UTF-8, errors and closing. */
 class SuggestionsTest {
   @Test
-  void rowsFollowTheRules() {
+  void everyPartOfARequestReachesTheRow() {
     try (Suggestions suggestions = new Suggestions(); Nuvik model = new Nuvik()) {
-      List<String> ranking = List.of("a", "", "b", "c", "d", "e", "f", "g");
       suggestions.dismiss("c");
-      // Empty, excluded and dismissed names are skipped; the fallback comes after the ranking, each name once.
-      assertEquals(List.of("a", "d", "e"),
-          suggestions.row(ranking, RowRequest.builder().count(3).exclude("b").fallback("x", "a").build()));
-      assertEquals(List.of("a", "e", "x"), suggestions.row(ranking,
-          RowRequest.builder().count(4).installed("x", "e", "a", "c").fallback("x", "a", "x").build()));
-      assertEquals(List.of("a", "b", "d", "e", "f"), suggestions.row(ranking, RowRequest.builder().build()));
-      assertEquals(List.of(), suggestions.row(ranking, RowRequest.builder().count(0).build()));
+      // Not b (excluded), c (dismissed), d (not installed), nor the fallback's second a.
+      assertEquals(List.of("a", "e", "f", "x"), suggestions.row(List.of("a", "", "b", "c", "d", "e", "f", "g"),
+          RowRequest.builder().count(4).exclude("b").installed("a", "c", "e", "f", "x").fallback("x", "a").build()));
+      // Stable, the previous row's applications keep their slots.
+      assertEquals(List.of("a", "e", "f"), suggestions.row(List.of("f", "e", "a"),
+          RowRequest.builder().count(4).stable(true).build()));
 
-      suggestions.clearDismissed();
-      assertEquals(List.of("a", "b", "c"), suggestions.row(ranking, RowRequest.builder().count(3).build()));
-      RowRequest stable = RowRequest.builder().count(3).stable(true).build();
-      // d ranks STABLE_MARGIN places above c, the lowest kept application, and takes its slot; e ranks only two
-      // places above b, which ends the newcomers.
-      assertEquals(List.of("a", "b", "d"), suggestions.row(List.of("d", "e", "a", "b", "c"), stable));
-      // b is no longer a candidate: its slot goes to the first newcomer.
-      assertEquals(List.of("a", "x", "d"), suggestions.row(List.of("d", "e", "a", "b", "c"),
-          RowRequest.builder().count(3).stable(true).installed("a", "d", "x").fallback("x").build()));
-      // Too few candidates: the free slots close up.
-      assertEquals(List.of("d"), suggestions.row(List.of("d"), stable));
-
-      // A facade's row ranks by nextAt.
       for (int i = 0; i < 40; ++i) model.update("app" + i % 9, i % 24, i % 60);
       RowRequest request = RowRequest.builder().count(4).exclude("app2").build();
       assertEquals(suggestions.row(model.nextAt(21, 5), request), suggestions.row(model, LocalTime.of(21, 5), request));
@@ -46,38 +32,22 @@ class SuggestionsTest {
   }
 
   @Test
-  void dismissedApplicationsAndTheirDocument() throws Exception {
-    String outsideBmp = "\uD83D\uDE00 chat";
-    try (Suggestions suggestions = new Suggestions(); Suggestions loaded = new Suggestions()) {
-      suggestions.dismiss("mail");
-      suggestions.dismiss(outsideBmp);
-      suggestions.dismiss("mail");
-      assertEquals(List.of("mail", outsideBmp), suggestions.dismissed());
-      suggestions.restore("never dismissed");
-      suggestions.restore(outsideBmp);
-      suggestions.dismiss("nul\0byte");
-      assertEquals(List.of("nul\0byte", "mail"), suggestions.dismissed());
-      assertEquals(List.of("maps", "news", outsideBmp), suggestions.row(
-          List.of("maps", "mail", "nul\0byte", "news", outsideBmp), RowRequest.builder().count(3).build()));
-
-      // The document holds the dismissed applications and the previous row, which a stable row keeps.
-      byte[] saved = suggestions.save();
-      loaded.load(saved);
-      assertArrayEquals(saved, loaded.save());
-      assertEquals(suggestions.dismissed(), loaded.dismissed());
-      RowRequest stable = RowRequest.builder().count(3).stable(true).build();
-      List<String> ranking = List.of("news", "x", "y", "z", outsideBmp, "maps");
-      assertEquals(List.of("x", "news", outsideBmp), suggestions.row(ranking, stable));
-      assertEquals(List.of("x", "news", outsideBmp), loaded.row(ranking, stable));
-
-      byte[] current = loaded.save();
-      byte[][] rejected = {"garbage".getBytes(StandardCharsets.UTF_8), Arrays.copyOf(saved, saved.length / 2), {}};
-      for (byte[] document : rejected) {
-        assertThrows(NuvikFormatException.class, () -> loaded.load(document));
-        assertArrayEquals(current, loaded.save());
+  void namesThatAreNotUtf8AndDocuments() throws Exception {
+    try (Suggestions suggestions = new Suggestions()) {
+      // A lone surrogate goes in as U+FFFD.
+      suggestions.dismiss("\uD800lone");
+      assertEquals(List.of("\uFFFDlone"), suggestions.dismissed());
+      // Bytes that are not UTF-8 (overlong, surrogate, truncated, 0xFF) come out as one U+FFFD each.
+      byte[] document = ("{\"dismissed\":[\"x\\udcc0\\udcaf\\udced\\udca0\\udc80\\udcf0\\udc9f\\udc98\\udcff\"],"
+          + "\"row\":[\"y\"],\"version\":1}").getBytes(StandardCharsets.UTF_8);
+      suggestions.load(document);
+      assertEquals(List.of("x" + "\uFFFD".repeat(9)), suggestions.dismissed());
+      assertArrayEquals(document, suggestions.save());
+      byte[][] rejected = {"garbage".getBytes(StandardCharsets.UTF_8), Arrays.copyOf(document, 20), {}};
+      for (byte[] text : rejected) {
+        assertThrows(NuvikFormatException.class, () -> suggestions.load(text));
+        assertArrayEquals(document, suggestions.save());
       }
-      suggestions.clearDismissed();
-      assertEquals(List.of(), suggestions.dismissed());
     }
   }
 
