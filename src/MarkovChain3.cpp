@@ -73,13 +73,13 @@ void MarkovChain3::ScoreAppsAt(const std::tm& time, const AppList& apps, double*
     CopyOfTables()->ScoreApps(time, apps, result);
     return;
   }
-  ComputeScoresById(scratchScores);
+  ComputeScoresById(scoreById);
   const auto& idOf = idOfApp.Get(apps, dictionaryRevision, [this](const std::string& app) -> std::int64_t {
     const auto it = strToId.find(app);
     return it == strToId.end() ? -1 : it->second;
   });
   for (std::size_t i = 0; i < idOf.size(); ++i) {
-    result[i] = idOf[i] < 0 ? 0.0 : scratchScores[static_cast<std::size_t>(idOf[i])];
+    result[i] = idOf[i] < 0 ? 0.0 : scoreById[static_cast<std::size_t>(idOf[i])];
   }
 }
 

@@ -111,16 +111,14 @@ class MarkovChain3 final : public Predictor {
   // The entry of `prediction` of each application of the facade's list; null
   // when it has none.
   AppListIndex<const double*> predictionOfApp;
-  // Scores by id, kept to spare an allocation per computation.
-  std::vector<double> scoreById;
+  // Scores by id, scratch of every computation.
+  mutable std::vector<double> scoreById;
   // True while IsDense() holds: learning keeps it, a load tells it anew.
   bool denseDictionary = true;
   // Changes whenever the dictionary gains a name or is loaded.
   std::uint64_t dictionaryRevision = 0;
   // The id of each application of the facade's list; -1 when it has none.
   AppListIndex<std::int64_t> idOfApp;
-  // Scores of a prediction that is not kept.
-  mutable std::vector<double> scratchScores;
   // Oldest first; at most four names.
   std::deque<std::string> lastLaunches;
 };

@@ -311,13 +311,13 @@ void Nuvik::CombineScores(const std::vector<double>& scores, Use use) const {
 // predictors that change nothing; not asked when the rule ignores them.
 const std::vector<double>& Nuvik::SlotScoresAt(const std::tm& time) const {
   const std::size_t count = knownApps.size();
-  if (count == 0 || (predictors.size() != 1 && predictors.size() != 2)) return slotScoresAt;
+  if (count == 0 || (predictors.size() != 1 && predictors.size() != 2)) return slotScores;
   const AppList apps{knownNames, knownRevision};
-  slotScoresAt.resize(count * predictors.size());
+  slotScores.resize(count * predictors.size());
   for (std::size_t slot = 0; slot < predictors.size(); ++slot) {
-    predictors[slot]->ScoreAppsAt(time, apps, slotScoresAt.data() + slot * count);
+    predictors[slot]->ScoreAppsAt(time, apps, slotScores.data() + slot * count);
   }
-  return slotScoresAt;
+  return slotScores;
 }
 
 std::vector<std::string> Nuvik::GetNext() const {

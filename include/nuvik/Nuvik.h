@@ -260,10 +260,9 @@ class NUVIK_EXPORT Nuvik {
   // The next list of the last preparation, in name order.
   std::vector<RankedApp> nextList;
 
-  // Scratch of a preparation: every slot's scores.
-  std::vector<double> slotScores;
-  // Scratch of the rankings for now, which change nothing else.
-  mutable std::vector<double> slotScoresAt;
+  // Scratch of a preparation and of the rankings for now: every slot's
+  // scores, and a ranking for now.
+  mutable std::vector<double> slotScores;
   mutable std::vector<RankedApp> nextListAt;
 };
 
