@@ -110,14 +110,14 @@ void DoubleLinear::RefreshPrediction() {
 // pooled features in the order counter, transitions, previous launches,
 // time. A pooled value of 0 (from fractions that a name lacks in both stages)
 // leaves a score as it is, so only the names a feature reaches are visited.
-void DoubleLinear::ComputeScores(int slot, std::vector<double>& out, std::vector<bool>& outScored) const {
+void DoubleLinear::ComputeScores(int slot, std::vector<double>& out, std::vector<std::uint8_t>& outScored) const {
   const Linear& first = *firstLinear;
   const Linear& second = *secondLinear;
   const PooledNames& names = *pooled;
   const std::size_t count = names.names.size();
   const FeatureWeights& weight = kFeatureWeights;
   out.assign(count, 0.0);
-  outScored.assign(count, false);
+  outScored.assign(count, 0);
 
   const double firstCounter = first.CounterDenominator();
   const double secondCounter = second.CounterDenominator();
@@ -126,7 +126,7 @@ void DoubleLinear::ComputeScores(int slot, std::vector<double>& out, std::vector
     const std::int32_t* y =
         names.second[i] < 0 ? nullptr : second.CountOf(static_cast<std::uint32_t>(names.second[i]));
     if (x == nullptr && y == nullptr) continue;
-    outScored[i] = true;
+    outScored[i] = 1;
     out[i] += Pool(x == nullptr ? Linear::Fraction{} : Linear::Fraction{static_cast<double>(*x), firstCounter},
                       y == nullptr ? Linear::Fraction{} : Linear::Fraction{static_cast<double>(*y), secondCounter}) *
                  weight.counter;
@@ -226,7 +226,7 @@ void DoubleLinear::ScoreAppsAt(const std::tm& time, const AppList& apps, double*
 
 void DoubleLinear::CopyScores(const AppList& apps, const AppListIndex<std::int64_t>& index, const PooledNames* names,
                               std::uint64_t revision, const std::vector<double>& source,
-                              const std::vector<bool>& sourceScored, double* result) {
+                              const std::vector<std::uint8_t>& sourceScored, double* result) {
   const auto& positionOf = index.Get(apps, revision, [names](const std::string& app) { return PositionIn(names, app); });
   for (std::size_t i = 0; i < positionOf.size(); ++i) {
     const auto position = static_cast<std::size_t>(positionOf[i]);

@@ -1,6 +1,7 @@
 #ifndef NUVIK_DOUBLE_LINEAR_H_
 #define NUVIK_DOUBLE_LINEAR_H_
 
+#include <cstdint>
 #include <ctime>
 #include <map>
 #include <memory>
@@ -58,13 +59,13 @@ class DoubleLinear : public Predictor {
   // Recomputes the prediction exactly when Predict would.
   void RefreshPrediction();
   // The score of every pooled name for time slot `slot`, and whether it has one.
-  void ComputeScores(int slot, std::vector<double>& out, std::vector<bool>& outScored) const;
+  void ComputeScores(int slot, std::vector<double>& out, std::vector<std::uint8_t>& outScored) const;
   // Position of `app` among `names` (which may be null); -1 when it is not there.
   static std::int64_t PositionIn(const PooledNames* names, const std::string& app);
   // result[i] = the score of apps.names[i] in a prediction over `names`.
   static void CopyScores(const AppList& apps, const AppListIndex<std::int64_t>& index, const PooledNames* names,
                          std::uint64_t revision, const std::vector<double>& source,
-                         const std::vector<bool>& sourceScored, double* result);
+                         const std::vector<std::uint8_t>& sourceScored, double* result);
   // A fresh second stage whose history is the first stage's, reversed.
   void ReseedSecondStage();
   template <typename Value>
@@ -90,14 +91,14 @@ class DoubleLinear : public Predictor {
   // The last prediction: the names it was computed over, whether each has a
   // score (it is counted by a stage) and the score.
   std::shared_ptr<const PooledNames> predictionNames;
-  std::vector<bool> scored;
+  std::vector<std::uint8_t> scored;
   std::vector<double> scores;
   std::uint64_t predictionRevision = 0;
   AppListIndex<std::int64_t> positionOfApp;
 
   // A prediction that is not kept, over the pooled names.
   mutable std::vector<double> scratchScores;
-  mutable std::vector<bool> scratchScored;
+  mutable std::vector<std::uint8_t> scratchScored;
   AppListIndex<std::int64_t> positionOfPooledApp;
 
   // Scratch of a computation.

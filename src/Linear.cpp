@@ -44,9 +44,7 @@ const TimeKernel kTimeKernel;
 
 // ---------------------------------------------------------------- ids
 
-std::uint32_t Linear::IdIndex::Find(std::int32_t id) const {
-  if (id >= 0 && static_cast<std::size_t>(id) < direct.size()) return direct[static_cast<std::size_t>(id)];
-  if (others.empty()) return kNone;
+std::uint32_t Linear::IdIndex::FindOther(std::int32_t id) const {
   const auto it = others.find(id);
   return it == others.end() ? kNone : it->second;
 }
@@ -75,11 +73,6 @@ void Linear::IdIndex::Clear() {
 
 Linear::Linear() : Predictor(kLinearName), timeBuckets(kSlotsPerDay) {}
 
-std::int64_t Linear::SlotOfId(std::int32_t id) const {
-  const std::uint32_t index = ids.Find(id);
-  return index == IdIndex::kNone ? -1 : slotOfId[index];
-}
-
 void Linear::NameId(std::int32_t id, std::uint32_t slot) {
   const std::uint32_t index = ids.Add(id);
   if (slotOfId.size() < ids.size()) {
@@ -87,6 +80,9 @@ void Linear::NameId(std::int32_t id, std::uint32_t slot) {
     countOfId.resize(ids.size(), nullptr);
   }
   slotOfId[index] = slot;
+  const auto number = static_cast<std::uint32_t>(id);
+  if (number < identityIds && slot != number) identityIds = number;
+  while (identityIds < UINT32_MAX && SlotOfId(static_cast<std::int32_t>(identityIds)) == identityIds) ++identityIds;
 }
 
 std::uint32_t Linear::AddNameSlot(const std::string* name) {
@@ -174,8 +170,8 @@ std::int64_t Linear::PreviousSlot(int k) const {
 
 double Linear::TimeNumerators(int bucket, std::vector<double>& numerators) const {
   numerators.assign(slotNames.size(), 0.0);
-  for (int d = -kTimeKernelReach; d <= kTimeKernelReach; ++d) {
-    const int slot = ((bucket + kSlotsPerDay + d) % kSlotsPerDay + kSlotsPerDay) % kSlotsPerDay;
+  int slot = ((bucket + kSlotsPerDay - kTimeKernelReach) % kSlotsPerDay + kSlotsPerDay) % kSlotsPerDay;
+  for (int d = -kTimeKernelReach; d <= kTimeKernelReach; ++d, slot = slot + 1 == kSlotsPerDay ? 0 : slot + 1) {
     const double weight = kTimeKernel.weights[d + kTimeKernelReach];
     for (const Cell& cell : timeBuckets[static_cast<std::size_t>(slot)]) {
       const std::int64_t name = SlotOfId(cell.id);
@@ -567,6 +563,7 @@ bool Linear::ReadJson(const Value& value) {
   if (names.empty() || !names.isArray()) return false;
   strToId.clear();
   ids.Clear();
+  identityIds = 0;
   slotOfId.clear();
   countOfId.clear();
   slotNames.clear();

@@ -147,7 +147,15 @@ class Linear : public Predictor {
   class IdIndex {
    public:
     static constexpr std::uint32_t kNone = UINT32_MAX;
-    std::uint32_t Find(std::int32_t id) const;
+    // An id the table holds no index for may have gone to the map before the
+    // table grew past it.
+    std::uint32_t Find(std::int32_t id) const {
+      if (id >= 0 && static_cast<std::size_t>(id) < direct.size()) {
+        const std::uint32_t index = direct[static_cast<std::size_t>(id)];
+        if (index != kNone) return index;
+      }
+      return others.empty() ? kNone : FindOther(id);
+    }
     // The index of `id`, added when new.
     std::uint32_t Add(std::int32_t id);
     std::size_t size() const { return ids.size(); }
@@ -155,6 +163,8 @@ class Linear : public Predictor {
     void Clear();
 
    private:
+    std::uint32_t FindOther(std::int32_t id) const;
+
     std::vector<std::uint32_t> direct;
     std::map<std::int32_t, std::uint32_t> others;
     std::vector<std::int32_t> ids;
@@ -162,7 +172,11 @@ class Linear : public Predictor {
 
   static Cell& CellOf(Cells& cells, std::int32_t id);
   // Name slot of an id (id-to-name direction); -1 when it has none.
-  std::int64_t SlotOfId(std::int32_t id) const;
+  std::int64_t SlotOfId(std::int32_t id) const {
+    if (static_cast<std::uint32_t>(id) < identityIds) return id;
+    const std::uint32_t index = ids.Find(id);
+    return index == IdIndex::kNone ? -1 : slotOfId[index];
+  }
   // Sets the name of `id` (id-to-name direction).
   void NameId(std::int32_t id, std::uint32_t slot);
   std::uint32_t AddNameSlot(const std::string* name);
@@ -189,6 +203,9 @@ class Linear : public Predictor {
   std::vector<const std::string*> slotNames;
   std::vector<std::uint32_t> idOfSlot;
   std::vector<std::uint32_t> slotsByName;
+  // Every id below it names the slot of the same number, as learning assigns
+  // them: SlotOfId needs no look-up there.
+  std::uint32_t identityIds = 0;
   // True when two ids name the same slot (only after loading).
   bool sharedNames = false;
   std::uint64_t dictionaryRevision = 0;

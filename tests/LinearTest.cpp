@@ -206,6 +206,45 @@ TEST(LinearTest, ALoadedNameWithTwoIdsScoresAsEachDirectionOfTheDictionarySays) 
   const double b = 3.0 / 4.0 * W("transition0") + 2.0 / 4.0 * W("time") + 7.0 / 14.0 * W("counter");
   EXPECT_EQ(linear.Predict(), (Scores{{"a", a}, {"b", b}}));
   EXPECT_EQ(linear.GetPrediction("b"), b);
+
+  // "c" is read with the id of "a": id 0 now names "c", while "a" keeps id 0
+  // for its count.
+  Json::Value takenOver = ParseJson(R"({
+    "strToId": [{"app": "a", "id": 0}, {"app": "b", "id": 1}, {"app": "c", "id": 0}],
+    "transitions": [{"step": 0, "appFrom": 1, "appTo": 0, "cnt": 1}],
+    "timeBuckets": [{"bucket": 96, "app": 0, "cnt": 1}],
+    "statCounter": [{"app": 0, "cnt": 1}, {"app": 1, "cnt": 1}]
+  })");
+  for (int i = 0; i < 10; ++i) takenOver["last"].append(ParseJson(R"({"lastApp": 1})"));
+  Linear shared;
+  ASSERT_TRUE(shared.DeserializeJson(takenOver));
+  shared.UpdateTime(At(8, 0));
+  double previous = 0.0;
+  for (int k = 0; k < 10; ++k) previous += 1.0 * W("prev" + std::to_string(k));
+  EXPECT_EQ(shared.Predict(), (Scores{{"a", 0.5 * W("counter")},
+                                      {"b", previous + 0.5 * W("counter")},
+                                      {"c", 1.0 * W("transition0") + 1.0 * W("time") + 0.5 * W("counter")}}));
+}
+
+TEST(LinearTest, AFarIdStaysFoundWhenTheTableOfNearIdsGrowsPastIt) {
+  // Id 3000 is read first, too far for the table of ids; after 1100 names a
+  // later id takes the table past it.
+  Json::Value document = ParseJson(R"({
+    "transitions": [{"step": 0, "appFrom": 0, "appTo": 3000, "cnt": 1}],
+    "timeBuckets": [{"bucket": 0, "app": 3000, "cnt": 1}],
+    "statCounter": [{"app": 3000, "cnt": 5}, {"app": 0, "cnt": 1}]
+  })");
+  Json::Value& names = document["strToId"];
+  names.append(ParseJson(R"({"app": "far", "id": 3000})"));
+  for (int i = 0; i < 1100; ++i) {
+    names.append(ParseJson(R"({"app": "n)" + std::to_string(i) + R"(", "id": )" + std::to_string(i) + "}"));
+  }
+  names.append(ParseJson(R"({"app": "near", "id": 3001})"));
+  for (int i = 0; i < 10; ++i) document["last"].append(ParseJson(R"({"lastApp": 0})"));
+  Linear linear;
+  ASSERT_TRUE(linear.DeserializeJson(document));
+  linear.UpdateTime(At(0, 0));
+  EXPECT_EQ(linear.GetPrediction("far"), 1.0 * W("transition0") + 1.0 * W("time") + 5.0 / 6.0 * W("counter"));
 }
 
 }  // namespace
