@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <ctime>
 #include <mutex>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -29,6 +30,36 @@ class FormatError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
+
+// The document that `object` writes with SerializeJson, as bytes, under `mutex`.
+template <typename Object>
+pybind11::bytes SaveDocument(const Object& object, std::mutex& mutex) {
+  std::ostringstream document;
+  {
+    const Lock lock(mutex);
+    object.SerializeJson(document);
+  }
+  return pybind11::bytes(document.str());
+}
+
+// Reads `data` into `object` with DeserializeJson, under `mutex` and without
+// the GIL; raises FormatError when it is rejected (the object is unchanged).
+template <typename Object>
+void LoadDocument(Object& object, std::mutex& mutex, const pybind11::bytes& data) {
+  std::istringstream document(std::string{data});
+  std::string rejection;
+  {
+    const pybind11::gil_scoped_release unlocked;
+    const Lock lock(mutex);
+    try {
+      object.DeserializeJson(document);
+      if (document.bad()) rejection = "the document was rejected";
+    } catch (const std::exception& error) {
+      rejection = std::string("the document was rejected: ") + error.what();
+    }
+  }
+  if (!rejection.empty()) throw FormatError(rejection);
+}
 
 // UTF-8 bytes of a str; raises UnicodeEncodeError (lone surrogates) and
 // TypeError for anything but a str.

@@ -6,7 +6,6 @@
 #include <ctime>
 #include <limits>
 #include <optional>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -305,34 +304,12 @@ void BindFacade(py::module_& module) {
             facade.nuvik.ClearMetrics();
           },
           "Resets the quality measures' sums and count; scoring resumes at once.")
-      .def("save",
-           [](Facade& facade) {
-             std::ostringstream document;
-             {
-               const Lock lock(facade.mutex);
-               facade.nuvik.SerializeJson(document);
-             }
-             return py::bytes(document.str());
-           },
+      .def("save", [](Facade& facade) { return SaveDocument(facade.nuvik, facade.mutex); },
            "The learned state (known apps and every predictor) as one line of JSON, in bytes. A facade that\n"
            "has seen no launch writes a document that load() rejects.")
       .def(
           "load",
-          [](Facade& facade, const py::bytes& data) {
-            std::istringstream document(std::string{data});
-            std::string rejection;
-            {
-              const py::gil_scoped_release unlocked;
-              const Lock lock(facade.mutex);
-              try {
-                facade.nuvik.DeserializeJson(document);
-                if (document.bad()) rejection = "the document was rejected";
-              } catch (const std::exception& error) {
-                rejection = std::string("the document was rejected: ") + error.what();
-              }
-            }
-            if (!rejection.empty()) throw FormatError(rejection);
-          },
+          [](Facade& facade, const py::bytes& data) { LoadDocument(facade.nuvik, facade.mutex, data); },
           "document"_a,
           "Reads a document written by save(): the predictors and, when it names any, the known apps. All or\n"
           "nothing: a rejected document raises nuvik.FormatError and changes nothing.")

@@ -5,7 +5,6 @@
 // come back as U+DC80 to U+DCFF, and go in as the same bytes.
 #include <exception>
 #include <mutex>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -114,32 +113,11 @@ void BindSuggestions(py::module_& module) {
           "Restores every dismissed app.")
       .def(
           "save",
-          [](GuardedSuggestions& self) {
-            std::ostringstream document;
-            {
-              const Lock lock(self.mutex);
-              self.suggestions.SerializeJson(document);
-            }
-            return py::bytes(document.str());
-          },
+          [](GuardedSuggestions& self) { return SaveDocument(self.suggestions, self.mutex); },
           "The dismissed apps and the previous row as a JSON document (bytes), for load().")
       .def(
           "load",
-          [](GuardedSuggestions& self, const py::bytes& data) {
-            std::istringstream document(std::string{data});
-            std::string rejection;
-            {
-              const py::gil_scoped_release unlocked;
-              const Lock lock(self.mutex);
-              try {
-                self.suggestions.DeserializeJson(document);
-                if (document.bad()) rejection = "the document was rejected";
-              } catch (const std::exception& error) {
-                rejection = std::string("the document was rejected: ") + error.what();
-              }
-            }
-            if (!rejection.empty()) throw FormatError(rejection);
-          },
+          [](GuardedSuggestions& self, const py::bytes& data) { LoadDocument(self.suggestions, self.mutex, data); },
           "document"_a,
           "Reads a document written by save(): all or nothing, raising nuvik.FormatError and changing\n"
           "nothing when it is rejected.")
