@@ -7,8 +7,8 @@ import java.util.concurrent.ConcurrentHashMap;
 import java.util.function.LongConsumer;
 
 /**
- * Frees the native object of a {@link Nuvik} or a {@link Suggestions} that was never closed, once the Java object is
- * unreachable: a phantom reference queue drained by one daemon thread (java.lang.ref.Cleaner needs Android API 33).
+ * Frees the C++ object of a {@link NativeObject} that was never closed, once the Java object is unreachable: a
+ * phantom reference queue drained by one daemon thread (java.lang.ref.Cleaner needs Android API 33).
  */
 final class NativeReaper {
   private static final ReferenceQueue<Object> QUEUE = new ReferenceQueue<>();

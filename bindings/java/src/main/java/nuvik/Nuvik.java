@@ -4,7 +4,6 @@ import java.io.ByteArrayOutputStream;
 import java.io.IOException;
 import java.io.InputStream;
 import java.io.OutputStream;
-import java.lang.ref.Reference;
 import java.time.LocalTime;
 import java.util.Arrays;
 import java.util.Collections;
@@ -12,7 +11,6 @@ import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
 import java.util.Objects;
-import java.util.function.LongFunction;
 
 /**
  * On-device prediction of the next application launch: the Java face of the C++ facade {@code NuvikPrediction::Nuvik}
@@ -43,9 +41,7 @@ public final class Nuvik implements AutoCloseable {
     System.loadLibrary("nuvik_jni");
   }
 
-  private final Object lock = new Object();
-  private long address;  // guarded by lock; 0 once closed
-  private final NativeReaper.Handle handle;
+  private final NativeObject peer;
 
   /** One {@code stat_counter} slot. */
   public Nuvik() {
@@ -63,8 +59,7 @@ public final class Nuvik implements AutoCloseable {
   }
 
   private Nuvik(long address) {
-    this.address = address;
-    this.handle = NativeReaper.track(this, address, Nuvik::deleteNative);
+    this.peer = new NativeObject(address, Nuvik::nDelete, "Nuvik");
   }
 
   /**
@@ -74,26 +69,14 @@ public final class Nuvik implements AutoCloseable {
    */
   public void update(String app, int hour, int minute) {
     Objects.requireNonNull(app, "app");
-    synchronized (lock) {
-      try {
-        nUpdate(open(), app, hour, minute);
-      } finally {
-        Reference.reachabilityFence(this);
-      }
-    }
+    peer.run(address -> nUpdate(address, app, hour, minute));
   }
 
   /** As {@link #update(String, int, int)}, keeping {@code tag} (free text that no predictor reads). */
   public void update(String app, int hour, int minute, String tag) {
     Objects.requireNonNull(app, "app");
     Objects.requireNonNull(tag, "tag");
-    synchronized (lock) {
-      try {
-        nUpdateTagged(open(), app, hour, minute, tag);
-      } finally {
-        Reference.reachabilityFence(this);
-      }
-    }
+    peer.run(address -> nUpdateTagged(address, app, hour, minute, tag));
   }
 
   public void update(String app, LocalTime time) {
@@ -102,24 +85,12 @@ public final class Nuvik implements AutoCloseable {
 
   /** Rebuilds every predictor empty; known applications, weights, lists, priorities and metrics are kept. */
   public void clear() {
-    synchronized (lock) {
-      try {
-        nClear(open());
-      } finally {
-        Reference.reachabilityFence(this);
-      }
-    }
+    peer.run(Nuvik::nClear);
   }
 
   /** Every known application, best first, as ranked at the start of the last accepted launch. Unmodifiable. */
   public List<String> next() {
-    synchronized (lock) {
-      try {
-        return Collections.unmodifiableList(Arrays.asList(nNext(open())));
-      } finally {
-        Reference.reachabilityFence(this);
-      }
-    }
+    return list(peer.call(Nuvik::nNext));
   }
 
   /**
@@ -133,13 +104,7 @@ public final class Nuvik implements AutoCloseable {
    * is the same as that of a facade never asked. Unmodifiable.
    */
   public List<String> nextAt(int hour, int minute) {
-    synchronized (lock) {
-      try {
-        return Collections.unmodifiableList(Arrays.asList(nNextAt(open(), hour, minute)));
-      } finally {
-        Reference.reachabilityFence(this);
-      }
-    }
+    return list(peer.call(address -> nNextAt(address, hour, minute)));
   }
 
   /**
@@ -150,13 +115,7 @@ public final class Nuvik implements AutoCloseable {
    */
   public List<String> nextAt(int hour, int minute, int count) {
     if (count < 0) throw new IllegalArgumentException("count must not be negative: " + count);
-    synchronized (lock) {
-      try {
-        return Collections.unmodifiableList(Arrays.asList(nNextAtFirst(open(), hour, minute, count)));
-      } finally {
-        Reference.reachabilityFence(this);
-      }
-    }
+    return list(peer.call(address -> nNextAtFirst(address, hour, minute, count)));
   }
 
   /** {@link #nextAt(int, int)} at {@code time}'s hour and minute; changes nothing. */
@@ -175,60 +134,30 @@ public final class Nuvik implements AutoCloseable {
 
   /** Always empty in this version of the library. */
   public List<String> soon() {
-    synchronized (lock) {
-      try {
-        return Collections.unmodifiableList(Arrays.asList(nSoon(open())));
-      } finally {
-        Reference.reachabilityFence(this);
-      }
-    }
+    return list(peer.call(Nuvik::nSoon));
   }
 
   /** Always empty in this version of the library. */
   public List<String> kill() {
-    synchronized (lock) {
-      try {
-        return Collections.unmodifiableList(Arrays.asList(nKill(open())));
-      } finally {
-        Reference.reachabilityFence(this);
-      }
-    }
+    return list(peer.call(Nuvik::nKill));
   }
 
   /** Combined score of {@code app} from the last preparation; 0.0 for an application without one. */
   public double weight(String app) {
     Objects.requireNonNull(app, "app");
-    synchronized (lock) {
-      try {
-        return nWeight(open(), app);
-      } finally {
-        Reference.reachabilityFence(this);
-      }
-    }
+    return peer.call(address -> nWeight(address, app));
   }
 
   /** As {@link #weight(String)}, but -1.0 for an application without a score. */
   public double weightDet(String app) {
     Objects.requireNonNull(app, "app");
-    synchronized (lock) {
-      try {
-        return nWeightDet(open(), app);
-      } finally {
-        Reference.reachabilityFence(this);
-      }
-    }
+    return peer.call(address -> nWeightDet(address, app));
   }
 
   /** {@link #weight(String)} of each application, in order. */
   public double[] weights(List<String> apps) {
     String[] names = nonNullElements(apps.toArray(new String[0]), "app");
-    synchronized (lock) {
-      try {
-        return nWeights(open(), names);
-      } finally {
-        Reference.reachabilityFence(this);
-      }
-    }
+    return peer.call(address -> nWeights(address, names));
   }
 
   /**
@@ -239,13 +168,7 @@ public final class Nuvik implements AutoCloseable {
    */
   public double[] weightsAt(int hour, int minute, List<String> apps) {
     String[] names = nonNullElements(apps.toArray(new String[0]), "app");
-    synchronized (lock) {
-      try {
-        return nWeightsAt(open(), hour, minute, names);
-      } finally {
-        Reference.reachabilityFence(this);
-      }
-    }
+    return peer.call(address -> nWeightsAt(address, hour, minute, names));
   }
 
   /** {@link #weightsAt(int, int, List)} at {@code time}'s hour and minute; changes nothing. */
@@ -258,14 +181,7 @@ public final class Nuvik implements AutoCloseable {
    * {@link String#compareTo} for characters outside the BMP. Unmodifiable.
    */
   public Map<String, Double> allWeights() {
-    Object[] namesAndWeights;
-    synchronized (lock) {
-      try {
-        namesAndWeights = nAllWeights(open());
-      } finally {
-        Reference.reachabilityFence(this);
-      }
-    }
+    Object[] namesAndWeights = peer.call(Nuvik::nAllWeights);
     String[] names = (String[]) namesAndWeights[0];
     double[] weights = (double[]) namesAndWeights[1];
     Map<String, Double> all = new LinkedHashMap<>(names.length * 4 / 3 + 1);
@@ -276,13 +192,7 @@ public final class Nuvik implements AutoCloseable {
   /** The rule that combines per-slot scores: two give s[1] * 0.9 + s[0] * 0.1, one gives s[0], others 0.0. */
   public double soonWeight(double... scores) {
     Objects.requireNonNull(scores, "scores");
-    synchronized (lock) {
-      try {
-        return nSoonWeight(open(), scores);
-      } finally {
-        Reference.reachabilityFence(this);
-      }
-    }
+    return peer.call(address -> nSoonWeight(address, scores));
   }
 
   /**
@@ -297,97 +207,43 @@ public final class Nuvik implements AutoCloseable {
       apps[i] = Objects.requireNonNull(entry.getKey(), "app");
       values[i++] = Objects.requireNonNull(entry.getValue(), "priority");
     }
-    synchronized (lock) {
-      try {
-        nSetAppsPriority(open(), apps, values);
-      } finally {
-        Reference.reachabilityFence(this);
-      }
-    }
+    peer.run(address -> nSetAppsPriority(address, apps, values));
   }
 
   public void resetPriority() {
-    synchronized (lock) {
-      try {
-        nResetPriority(open());
-      } finally {
-        Reference.reachabilityFence(this);
-      }
-    }
+    peer.run(Nuvik::nResetPriority);
   }
 
   /** Launches scored so far: every launch from the sixth on, until {@link #clearMetrics()}. */
   public long countMetrics() {
-    synchronized (lock) {
-      try {
-        return nCountMetrics(open());
-      } finally {
-        Reference.reachabilityFence(this);
-      }
-    }
+    return peer.call(Nuvik::nCountMetrics);
   }
 
   /** Resets the sums and the count; scoring resumes at once. */
   public void clearMetrics() {
-    synchronized (lock) {
-      try {
-        nClearMetrics(open());
-      } finally {
-        Reference.reachabilityFence(this);
-      }
-    }
+    peer.run(Nuvik::nClearMetrics);
   }
 
   /** Mean average precision of the next lists; NaN before the first scored launch. */
   public double mapMetric() {
-    synchronized (lock) {
-      try {
-        return nMapMetric(open());
-      } finally {
-        Reference.reachabilityFence(this);
-      }
-    }
+    return peer.call(Nuvik::nMapMetric);
   }
 
   /** Mean recall at five of the next lists; NaN before the first scored launch. */
   public double recallMetric() {
-    synchronized (lock) {
-      try {
-        return nRecallMetric(open());
-      } finally {
-        Reference.reachabilityFence(this);
-      }
-    }
+    return peer.call(Nuvik::nRecallMetric);
   }
 
   public double sumMap() {
-    synchronized (lock) {
-      try {
-        return nSumMap(open());
-      } finally {
-        Reference.reachabilityFence(this);
-      }
-    }
+    return peer.call(Nuvik::nSumMap);
   }
 
   public double sumRecall() {
-    synchronized (lock) {
-      try {
-        return nSumRecall(open());
-      } finally {
-        Reference.reachabilityFence(this);
-      }
-    }
+    return peer.call(Nuvik::nSumRecall);
   }
 
   public long countKnownApps() {
-    synchronized (lock) {
-      try {
-        return nCountKnownApps(open());
-      } finally {
-        Reference.reachabilityFence(this);
-      }
-    }
+    return peer.call(Nuvik::nCountKnownApps);
   }
 
   /**
@@ -395,13 +251,7 @@ public final class Nuvik implements AutoCloseable {
    * {@link #load(byte[])} rejects.
    */
   public byte[] save() {
-    synchronized (lock) {
-      try {
-        return nSave(open());
-      } finally {
-        Reference.reachabilityFence(this);
-      }
-    }
+    return peer.call(Nuvik::nSave);
   }
 
   /** Writes {@link #save()} to {@code out}, which stays open. */
@@ -418,13 +268,7 @@ public final class Nuvik implements AutoCloseable {
    */
   public void load(byte[] document) throws NuvikFormatException {
     Objects.requireNonNull(document, "document");
-    synchronized (lock) {
-      try {
-        nLoad(open(), document);
-      } finally {
-        Reference.reachabilityFence(this);
-      }
-    }
+    peer.run(address -> nLoad(address, document));
   }
 
   /** Reads {@code in} to its end, then loads it as {@link #load(byte[])} does; {@code in} stays open. */
@@ -438,13 +282,7 @@ public final class Nuvik implements AutoCloseable {
 
   /** "NUVIK library 1.3". */
   public String libraryInfo() {
-    synchronized (lock) {
-      try {
-        return nLibraryInfo(open());
-      } finally {
-        Reference.reachabilityFence(this);
-      }
-    }
+    return peer.call(Nuvik::nLibraryInfo);
   }
 
   /**
@@ -453,50 +291,28 @@ public final class Nuvik implements AutoCloseable {
    */
   @Override
   public String toString() {
-    synchronized (lock) {
-      try {
-        return address == 0 ? "Nuvik (closed)" : nDescribe(address);
-      } finally {
-        Reference.reachabilityFence(this);
-      }
-    }
+    return peer.callIfOpen(Nuvik::nDescribe, "Nuvik (closed)");
   }
 
   /** Frees the native facade; waits for a call in progress on another thread. Closing again does nothing. */
   @Override
   public void close() {
-    synchronized (lock) {
-      address = 0;
-      handle.free();
-    }
+    peer.close();
   }
 
-  private long open() {
-    if (address == 0) throw new IllegalStateException("Nuvik is closed");
-    return address;
+  /** Runs {@code call} on the native facade, holding its lock: how {@link Suggestions} reads the facade. */
+  <T> T withFacade(NativeObject.Call<T, RuntimeException> call) {
+    return peer.call(call);
   }
 
-  /**
-   * Runs {@code call} on the native facade, holding this instance's lock and keeping it reachable until it returns:
-   * how {@link Suggestions} reads the facade.
-   */
-  <T> T withFacade(LongFunction<T> call) {
-    synchronized (lock) {
-      try {
-        return call.apply(open());
-      } finally {
-        Reference.reachabilityFence(this);
-      }
-    }
+  /** {@code names} as an unmodifiable list. */
+  static List<String> list(String[] names) {
+    return Collections.unmodifiableList(Arrays.asList(names));
   }
 
   private static String[] nonNullElements(String[] values, String what) {
     for (String value : values) Objects.requireNonNull(value, what);
     return values;
-  }
-
-  private static void deleteNative(long address) {
-    nDelete(address);
   }
 
   /** Native facades created and not yet freed, across all instances. */

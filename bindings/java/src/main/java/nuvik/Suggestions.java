@@ -1,9 +1,6 @@
 package nuvik;
 
-import java.lang.ref.Reference;
 import java.time.LocalTime;
-import java.util.Arrays;
-import java.util.Collections;
 import java.util.List;
 import java.util.Objects;
 
@@ -38,14 +35,11 @@ public final class Suggestions implements AutoCloseable {
    */
   public static final int STABLE_MARGIN = 3;
 
-  private final Object lock = new Object();
-  private long address;  // guarded by lock; 0 once closed
-  private final NativeReaper.Handle handle;
+  private final NativeObject peer;
 
   /** No dismissed application and no previous row. */
   public Suggestions() {
-    address = nCreate();
-    handle = NativeReaper.track(this, address, Suggestions::deleteNative);
+    peer = new NativeObject(nCreate(), Suggestions::nDelete, "Suggestions");
   }
 
   /**
@@ -70,15 +64,9 @@ public final class Suggestions implements AutoCloseable {
   public List<String> row(Nuvik model, int hour, int minute, RowRequest request) {
     Objects.requireNonNull(model, "model");
     Objects.requireNonNull(request, "request");
-    synchronized (lock) {
-      try {
-        long suggestions = open();
-        return model.withFacade(facade -> list(nRowAt(suggestions, facade, hour, minute, request.count(),
-            request.excludeArray(), request.installedArray(), request.fallbackArray(), request.stable())));
-      } finally {
-        Reference.reachabilityFence(this);
-      }
-    }
+    return peer.call(address -> model.withFacade(facade -> Nuvik.list(nRowAt(address, facade, hour, minute,
+        request.count(), request.excludeArray(), request.installedArray(), request.fallbackArray(),
+        request.stable()))));
   }
 
   /** {@link #row(Nuvik, int, int, RowRequest)} at {@code now}'s hour and minute. */
@@ -94,71 +82,35 @@ public final class Suggestions implements AutoCloseable {
     String[] names = ranking.toArray(new String[0]);
     for (String name : names) Objects.requireNonNull(name, "app");
     Objects.requireNonNull(request, "request");
-    synchronized (lock) {
-      try {
-        return list(nRowOf(open(), names, request.count(), request.excludeArray(), request.installedArray(),
-            request.fallbackArray(), request.stable()));
-      } finally {
-        Reference.reachabilityFence(this);
-      }
-    }
+    return peer.call(address -> Nuvik.list(nRowOf(address, names, request.count(), request.excludeArray(),
+        request.installedArray(), request.fallbackArray(), request.stable())));
   }
 
   /** "Don't suggest": {@code app} appears in no row until it is restored. Dismissing it again makes it the latest. */
   public void dismiss(String app) {
     Objects.requireNonNull(app, "app");
-    synchronized (lock) {
-      try {
-        nDismiss(open(), app);
-      } finally {
-        Reference.reachabilityFence(this);
-      }
-    }
+    peer.run(address -> nDismiss(address, app));
   }
 
   /** The undo of {@link #dismiss(String)}; nothing happens for an application not dismissed. */
   public void restore(String app) {
     Objects.requireNonNull(app, "app");
-    synchronized (lock) {
-      try {
-        nRestore(open(), app);
-      } finally {
-        Reference.reachabilityFence(this);
-      }
-    }
+    peer.run(address -> nRestore(address, app));
   }
 
   /** The dismissed applications, most recently dismissed first. Unmodifiable. */
   public List<String> dismissed() {
-    synchronized (lock) {
-      try {
-        return list(nDismissed(open()));
-      } finally {
-        Reference.reachabilityFence(this);
-      }
-    }
+    return peer.call(address -> Nuvik.list(nDismissed(address)));
   }
 
   /** Restores every dismissed application. */
   public void clearDismissed() {
-    synchronized (lock) {
-      try {
-        nClearDismissed(open());
-      } finally {
-        Reference.reachabilityFence(this);
-      }
-    }
+    peer.run(Suggestions::nClearDismissed);
   }
 
   /** The dismissed applications and the previous row as one line of JSON (UTF-8). */
   public byte[] save() {
-    synchronized (lock) {
-      try {
-        return nSave(open());
-      } finally {
-        Reference.reachabilityFence(this);
-      }
-    }
+    return peer.call(Suggestions::nSave);
   }
 
   /**
@@ -170,35 +122,13 @@ public final class Suggestions implements AutoCloseable {
    */
   public void load(byte[] document) throws NuvikFormatException {
     Objects.requireNonNull(document, "document");
-    synchronized (lock) {
-      try {
-        nLoad(open(), document);
-      } finally {
-        Reference.reachabilityFence(this);
-      }
-    }
+    peer.run(address -> nLoad(address, document));
   }
 
   /** Frees the native object; waits for a call in progress on another thread. Closing again does nothing. */
   @Override
   public void close() {
-    synchronized (lock) {
-      address = 0;
-      handle.free();
-    }
-  }
-
-  private long open() {
-    if (address == 0) throw new IllegalStateException("Suggestions is closed");
-    return address;
-  }
-
-  private static List<String> list(String[] names) {
-    return Collections.unmodifiableList(Arrays.asList(names));
-  }
-
-  private static void deleteNative(long address) {
-    nDelete(address);
+    peer.close();
   }
 
   /** Native objects created and not yet freed, across all instances. */

@@ -24,6 +24,15 @@ class SuggestionsTest {
       // Stable, the previous row's applications keep their slots.
       assertEquals(List.of("a", "e", "f"), suggestions.row(List.of("f", "e", "a"),
           RowRequest.builder().count(4).stable(true).build()));
+      // A newcomer takes a kept application's slot when it ranks STABLE_MARGIN places above it, not one fewer.
+      RowRequest single = RowRequest.builder().count(1).stable(true).build();
+      suggestions.row(List.of("old"), single);
+      List<String> ranking = new ArrayList<>(List.of("new"));
+      for (int i = 2; i < Suggestions.STABLE_MARGIN; ++i) ranking.add("app" + i);
+      ranking.add("old");
+      assertEquals(List.of("old"), suggestions.row(ranking, single));
+      ranking.add(1, "app1");
+      assertEquals(List.of("new"), suggestions.row(ranking, single));
 
       for (int i = 0; i < 40; ++i) model.update("app" + i % 9, i % 24, i % 60);
       RowRequest request = RowRequest.builder().count(4).exclude("app2").build();
