@@ -68,7 +68,7 @@ bool ReadDocument(const std::string& text, std::vector<std::string>& dismissed, 
   } catch (const Json::Exception&) {  // nesting deeper than the reader's limit
     return false;
   }
-  const Json::Value& document = root;
+  const Json::Value& document = root;  // const: looking a key up adds no member
   if (!document.isObject()) return false;
   const Json::Value& version = document["version"];
   return version.isUInt64() && version.asUInt64() == kDocumentVersion &&
