@@ -62,7 +62,7 @@ def check_page(path, results):
     if "NaN" in text or "nan<" in text or ">inf" in text:
         fail("the page prints a NaN or an infinity")
 
-    table = next((t for t in root.iter(XHTML + "table") if t.get("id") == "summary-table"), None)
+    table = root.find(f".//{XHTML}table[@id='summary-table']")
     if table is None:
         fail("no summary table")
     rows = table.findall(XHTML + "tr")[1:]
