@@ -10,7 +10,7 @@ import pytest
 REPLAY = os.environ.get("NUVIK_REPLAY", "nuvik-replay")
 SAMPLE_LOG = os.environ.get("NUVIK_SAMPLE_LOG", "data/sample-launches.csv")
 SAMPLE_LOG_BIN = os.environ.get("NUVIK_SAMPLE_LOG_BIN", "nuvik-sample-log")
-FACADE_TRACE = os.environ.get("NUVIK_FACADE_TRACE", "nuvik_facade_trace")
+BINDING_TRACE = os.environ.get("NUVIK_BINDING_TRACE", "nuvik-binding-trace")
 ENSEMBLES = ["markov_chain3_invalidate,double_linear", "knn_regression:5", "stat_counter"]
 # Result frame columns and their names in nuvik-replay's JSON; the row's only with a suggestion row.
 TOTALS = {"launches": "launches", "scored": "scored", "apps": "apps", "sum_map": "sumMap",

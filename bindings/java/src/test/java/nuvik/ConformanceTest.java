@@ -5,20 +5,19 @@ import static org.junit.jupiter.api.Assertions.assertEquals;
 
 import java.nio.charset.StandardCharsets;
 import java.util.ArrayList;
-import java.util.Arrays;
 import java.util.List;
 import java.util.Map;
 import org.junit.jupiter.api.Test;
 
 /**
- * Java against the C++ facade and suggestions, driven by nuvik-pin-driver (its path in the system property
- * nuvik.pinDriver): each command of its stream is repeated here, and each answer it printed must be what Java
+ * Java against the C++ facade and suggestions, driven by nuvik-binding-trace (its path in the system property
+ * nuvik.trace): each command of its stream is repeated here, and each answer it printed must be what Java
  * answers, to the bit.
  */
 class ConformanceTest {
   @Test
   void sameStreamGivesTheSameAnswersCallForCall() throws Exception {
-    Process driver = new ProcessBuilder(System.getProperty("nuvik.pinDriver"))
+    Process driver = new ProcessBuilder(System.getProperty("nuvik.trace"))
         .redirectError(ProcessBuilder.Redirect.INHERIT).start();
     driver.getOutputStream().close();
     String[] lines = new String(driver.getInputStream().readAllBytes(), StandardCharsets.UTF_8).split("\n");
@@ -27,7 +26,7 @@ class ConformanceTest {
     byte[] cppSuggestions = null;
     int launches = 0;
     int rows = 0;
-    try (Nuvik nuvik = new Nuvik(Arrays.copyOfRange(lines[0].split(" "), 1, 3));
+    try (Nuvik nuvik = new Nuvik(lines[0].split(" ")[1].split(","));
         Suggestions suggestions = new Suggestions()) {
       for (int n = 1; n < lines.length; ++n) {
         String line = lines[n];

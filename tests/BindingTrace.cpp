@@ -1,8 +1,10 @@
-// The C++ side of the Java conformance test, through the public API only:
-// prints a launch stream, with the facade's answers after every step and a
-// suggestions row before it, then both saved documents. Names and documents
-// are printed as hexadecimal UTF-8 bytes, doubles as the hexadecimal of their
-// bits.
+// The C++ side of the Java and Python conformance tests, through the public
+// API only: for a facade of the predictors named by the first argument (comma
+// separated, with an optional second argument of parameters), prints a launch
+// stream with the facade's answers after every step and a suggestions row
+// before it, then both saved documents. Each binding repeats every command and
+// must print the same answers. Names and documents are printed as hexadecimal
+// UTF-8 bytes, doubles as the hexadecimal of their bits.
 #include <cinttypes>
 #include <cstddef>
 #include <cstdint>
@@ -105,15 +107,27 @@ void PrintState(const Nuvik& nuvik, const std::vector<std::string>& probes) {
             << Bits(nuvik.GetRecallMetric()) << ' ' << nuvik.GetCountKnownApps() << '\n';
 }
 
+std::vector<std::string> Split(const std::string& text) {
+  std::vector<std::string> parts;
+  std::istringstream in(text);
+  for (std::string part; std::getline(in, part, ',');) parts.push_back(part);
+  return parts;
+}
+
 }  // namespace
 
-int main() {
-  const std::vector<std::string> names = {"markov_chain3_invalidate", "linear"};
+int main(int argc, char** argv) {
+  const std::string predictors = argc > 1 ? argv[1] : "markov_chain3_invalidate,linear";
+  const std::vector<std::string> names = Split(predictors);
+  std::vector<int> params;
+  if (argc > 2) {
+    for (const std::string& param : Split(argv[2])) params.push_back(std::stoi(param));
+  }
   const std::vector<std::string> apps = Apps();
   const std::vector<std::string> probes = {apps[1], apps[2], "never launched"};
-  Nuvik nuvik(names);
+  Nuvik nuvik = argc > 2 ? Nuvik(params, names) : Nuvik(names);
   Suggestions suggestions;
-  std::cout << "predictors " << names[0] << ' ' << names[1] << '\n';
+  std::cout << "predictors " << predictors << (argc > 2 ? std::string(" ") + argv[2] : "") << '\n';
   std::uint64_t state = 12345;
   const auto random = [&state](std::uint64_t bound) {
     state = state * 6364136223846793005u + 1442695040888963407u;
@@ -140,16 +154,20 @@ int main() {
     std::tm time{};
     time.tm_hour = hour;
     time.tm_min = minuteOfHour;
+    // Every third row is asked for another time than the launch's.
+    std::tm rowTime = time;
+    if (step % 3 == 2) rowTime.tm_hour = (hour + 5) % 24;
     ChangeDismissed(step, apps, suggestions);
     const RowRequest request = RequestAt(step, apps);
-    std::cout << "row " << hour << ' ' << minuteOfHour << ' ' << request.count << ' ' << request.stable << '|';
+    std::cout << "row " << rowTime.tm_hour << ' ' << rowTime.tm_min << ' ' << request.count << ' ' << request.stable
+              << '|';
     PrintNames(request.exclude);
     std::cout << '|';
     PrintNames(request.installed);
     std::cout << '|';
     PrintNames(request.fallback);
     std::cout << '|';
-    PrintNames(suggestions.Row(nuvik, time, request));
+    PrintNames(suggestions.Row(nuvik, rowTime, request));
     std::cout << '\n';
     nuvik.Update(apps[last], time);
     std::cout << "launch " << Hex(apps[last]) << ' ' << hour << ' ' << minuteOfHour << '\n';
