@@ -103,6 +103,10 @@ TEST(StatisticsTest, BootstrapsRatiosOfSumsOverUsers) {
   for (const RatioOfSums& two : {RatioOfSums{{1, 6}, {4, 8}}, RatioOfSums{{1, 6, 0}, {4, 8, 0}}}) {
     EXPECT_EQ(BoundsOf(BootstrapRatios({two}).front()), Bounds(7.0 / 12.0, 0.25, 0.75));
   }
+  // Four users, one counting 1 in 1 and three 0 in 1: a resample is worth
+  // (draws of the first) / 4, at least 3/4 in 5.1% of resamples and 1 in 0.4%,
+  // 0 in 31.6%; so the interval is [0, 3/4].
+  EXPECT_EQ(BoundsOf(BootstrapRatios({{{1, 0, 0, 0}, {1, 1, 1, 1}}}).front()), Bounds(0.25, 0.0, 0.75));
 
   // Every user at the same rate: every resample too. Ratios see the same
   // resamples, together or alone.
