@@ -181,12 +181,8 @@ TEST(LoadPathTest, ReadersFallBackWhereJsoncppThrows) {
 }
 
 TEST(LoadPathTest, TrainedDocumentsOfEveryTypeLoadIdentically) {
-  const std::vector<Names> ensembles = {
-      {"stat_counter"}, {"linear"}, {"double_linear"}, {"markov_chain3_invalidate"}, {"knn_regression"},
-      {"markov_chain3_invalidate", "double_linear"}, {"knn_regression", "linear"}, {"stat_counter", "knn_regression"},
-  };
   unsigned seed = 1;
-  for (const Names& names : ensembles) {
+  for (const Names& names : testing::Ensembles()) {
     Nuvik nuvik(names);
     testing::HabitStream stream(seed++);
     for (int i = 0; i < 600; ++i) stream.Next({&nuvik});
