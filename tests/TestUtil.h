@@ -54,9 +54,11 @@ std::string Member(const Predictor& predictor, const char* key) {
   return WriteJson(predictor.SerializeJson()[key]);
 }
 
-inline std::string Save(const Nuvik& nuvik) {
+// The document of a facade or of a Suggestions.
+template <typename Saved>
+std::string Save(const Saved& saved) {
   std::ostringstream out;
-  out << nuvik;
+  out << saved;
   return out.str();
 }
 
