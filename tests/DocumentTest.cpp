@@ -14,14 +14,10 @@ namespace {
 using testing::At;
 using testing::Bits;
 using testing::kCounterDocument;
+using testing::LaunchAll;
 using testing::Load;
 using testing::Save;
 using Names = std::vector<std::string>;
-
-void Train(Nuvik& nuvik, std::initializer_list<const char*> apps) {
-  int minute = 0;
-  for (const char* app : apps) nuvik.Update(app, At(8, minute++));
-}
 
 std::string WithMember(const std::string& member, const std::string& value) {
   Json::Value root = testing::ParseJson(kCounterDocument);
@@ -35,7 +31,7 @@ TEST(DocumentTest, WritesOneCompactLineThatLoadsIntoAnyConfiguration) {
   EXPECT_FALSE(Load(fresh, Save(fresh)));
 
   Nuvik trained;
-  Train(trained, {"a", "b", "a"});
+  LaunchAll(trained, {"a", "b", "a"});
   EXPECT_EQ(Save(trained), kCounterDocument);
   Nuvik other(std::vector<int>{1, 1}, "stat_counter");
   ASSERT_TRUE(Load(other, kCounterDocument));
@@ -57,7 +53,7 @@ TEST(DocumentTest, ClearRebuildsSlotsBeyondTheConfigurationFromTheirLoadedType) 
     return selectors;
   };
   Nuvik nuvik(std::vector<int>{5}, "knn_regression");
-  Train(nuvik, {"a", "b"});
+  LaunchAll(nuvik, {"a", "b"});
   Json::Value root = testing::ParseJson(Save(nuvik));
   root["models"].append(root["models"][0]);
   root["models"][1]["model"]["function"] = 3;
@@ -70,7 +66,7 @@ TEST(DocumentTest, ClearRebuildsSlotsBeyondTheConfigurationFromTheirLoadedType) 
 
 TEST(DocumentTest, RejectedDocumentsChangeNothing) {
   Nuvik nuvik(Names{"stat_counter"});
-  Train(nuvik, {"x", "y", "x", "z"});
+  LaunchAll(nuvik, {"x", "y", "x", "z"});
   const std::string before = Save(nuvik);
   const std::string info = nuvik.PrintNuvikInfo();
 
@@ -115,7 +111,7 @@ TEST(DocumentTest, RejectedDocumentsChangeNothing) {
 
 TEST(DocumentTest, AcceptedVariants) {
   Nuvik nuvik;
-  Train(nuvik, {"old"});
+  LaunchAll(nuvik, {"old"});
   // Only numbers in knownApps: accepted, and the known applications stay.
   ASSERT_TRUE(Load(nuvik, WithMember("knownApps", "[1, 2, null]")));
   EXPECT_EQ(nuvik.GetAllWeights().count("old"), 1u);
@@ -135,7 +131,7 @@ TEST(DocumentTest, AcceptedVariants) {
 
 TEST(DocumentTest, LoadLeavesEverythingButPredictorsAndKnownAppsAlone) {
   Nuvik nuvik;
-  Train(nuvik, {"p", "q", "p", "r", "p", "q", "s"});
+  LaunchAll(nuvik, {"p", "q", "p", "r", "p", "q", "s"});
   nuvik.SetAppsPriority({{"a", 1}});
   const std::vector<std::string> next = nuvik.GetNext();
   const double sumMap = nuvik.GetSumMap();

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 #include <ctime>
+#include <initializer_list>
 #include <map>
 #include <random>
 #include <sstream>
@@ -46,6 +47,11 @@ inline std::string WriteJson(const Json::Value& value) {
 template <typename Predictor>
 void Launch(Predictor& predictor, const std::string& app, int hour = 8, int minute = 0) {
   predictor.Update({"", app, hour, minute});
+}
+
+// Teaches a facade the launches of `apps` in turn, all at noon.
+inline void LaunchAll(Nuvik& nuvik, std::initializer_list<const char*> apps) {
+  for (const char* app : apps) nuvik.Update(app, At(12, 0));
 }
 
 // One member of a predictor's document, as compact text.
