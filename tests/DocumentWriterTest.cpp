@@ -22,6 +22,7 @@ namespace NuvikPrediction {
 namespace {
 
 using testing::At;
+using testing::Ensembles;
 using testing::ReferenceFacade;
 using testing::Save;
 using Names = std::vector<std::string>;
@@ -183,16 +184,6 @@ void Train(Pair& pair, std::mt19937_64& random, int launches, const Names& names
     minute = (minute + static_cast<int>(random() % 90)) % 1440;
     pair.Update(names[random() % names.size()], At(minute / 60, minute % 60));
   }
-}
-
-std::vector<Names> Ensembles() {
-  const Names types = {"stat_counter", "linear", "double_linear", "markov_chain3_invalidate", "knn_regression"};
-  std::vector<Names> ensembles;
-  for (const std::string& type : types) ensembles.push_back({type});
-  for (const std::string& first : types) {
-    for (const std::string& second : types) ensembles.push_back({first, second});
-  }
-  return ensembles;
 }
 
 TEST(DocumentWriterTest, TrainedFacadesOfEveryTypeAndPairWithOddNames) {

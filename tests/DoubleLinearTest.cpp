@@ -1,6 +1,5 @@
 #include "DoubleLinear.h"
 
-#include <random>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -21,21 +20,8 @@ using testing::WriteJson;
 Updater Launched(const std::string& app, int hour = 9, int minute = 0) { return Updater{"", app, hour, minute}; }
 
 TEST(DoubleLinearTest, FirstPhaseMatchesTheReferenceBitForBit) {
-  std::mt19937 random(11);
   DoubleLinear model;
-  testing::ReferenceLinear reference;
-  for (int step = 0, minute = 0; step < 600; ++step) {
-    minute += 1 + static_cast<int>(random() % 40);
-    const std::tm now = At(minute / 60 % 24, minute % 60);
-    model.UpdateTime(now);  // the scores use this time, not that of the last launch
-    const Scores scores = model.Predict();
-    ASSERT_EQ(scores, reference.Predict(TimeSlot(now.tm_hour, now.tm_min), true)) << step;
-    model.UpdateTime(At(now.tm_hour + 6, 0));  // the cache outlives a change of time
-    for (const auto& [app, score] : scores) ASSERT_EQ(model.GetPrediction(app), score);
-    const std::string app = "app" + std::to_string(random() % 3 == 0 ? random() % 30 : random() % 6);
-    model.Update(Launched(app, now.tm_hour, now.tm_min));
-    reference.Launch(app, now.tm_hour, now.tm_min);
-  }
+  testing::ExpectMatchesReference(model, true, 11, 600);
 }
 
 TEST(DoubleLinearTest, PoolsBothStagesFractionsExactly) {

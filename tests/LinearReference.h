@@ -4,11 +4,15 @@
 #include <algorithm>
 #include <cstdlib>
 #include <map>
+#include <random>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "Constants.h"
+#include "TestUtil.h"
 
 namespace NuvikPrediction::testing {
 
@@ -78,6 +82,27 @@ class ReferenceLinear {
  private:
   std::vector<std::pair<std::string, int>> launches;
 };
+
+// Feeds `model` and the reference one random stream, comparing the scores
+// before every launch bit for bit, by Predict and by GetPrediction.
+template <typename Model>
+void ExpectMatchesReference(Model& model, bool pooled, unsigned seed, int launches) {
+  std::mt19937 random(seed);
+  ReferenceLinear reference;
+  for (int step = 0, minute = 0; step < launches; ++step) {
+    minute += 1 + static_cast<int>(random() % 40);
+    const int hour = minute / 60 % 24;
+    model.UpdateTime(At(hour, minute % 60));  // the scores use this time, not that of the last launch
+    const Scores scores = model.Predict();
+    ASSERT_EQ(scores, reference.Predict(TimeSlot(hour, minute % 60), pooled)) << step;
+    model.UpdateTime(At(hour + 5, 0));  // the cache outlives a change of time
+    ASSERT_EQ(model.Predict(), scores) << step;
+    for (const auto& [app, score] : scores) ASSERT_EQ(model.GetPrediction(app), score) << step;
+    const std::string app = "app" + std::to_string(random() % 3 == 0 ? random() % 30 : random() % 6);
+    Launch(model, app, hour, minute % 60);
+    reference.Launch(app, hour, minute % 60);
+  }
+}
 
 }  // namespace NuvikPrediction::testing
 

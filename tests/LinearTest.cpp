@@ -66,21 +66,8 @@ TEST(LinearTest, LearnsEachLaunchAgainstTheHistoryBeforeIt) {
 }
 
 TEST(LinearTest, MatchesTheReferenceBitForBitOnARandomStream) {
-  std::mt19937 random(7);
   Linear linear;
-  testing::ReferenceLinear reference;
-  for (int step = 0, minute = 0; step < 700; ++step) {
-    minute += 1 + static_cast<int>(random() % 40);
-    const int hour = minute / 60 % 24;
-    linear.UpdateTime(At(hour, minute % 60));
-    const Scores scores = linear.Predict();
-    ASSERT_EQ(scores, reference.Predict(TimeSlot(hour, minute % 60))) << step;
-    linear.UpdateTime(At(hour + 5, 0));  // the cache outlives a change of time
-    ASSERT_EQ(linear.Predict(), scores) << step;
-    const std::string app = "app" + std::to_string(random() % 3 == 0 ? random() % 30 : random() % 6);
-    Launch(linear, app, hour, minute % 60);
-    reference.Launch(app, hour, minute % 60);
-  }
+  testing::ExpectMatchesReference(linear, false, 7, 700);
 }
 
 TEST(LinearTest, RoundTripReproducesEveryTableAndDropsTheCachedPrediction) {

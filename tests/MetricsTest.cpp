@@ -10,9 +10,7 @@
 namespace NuvikPrediction {
 namespace {
 
-void LaunchAll(Nuvik& nuvik, std::initializer_list<const char*> apps) {
-  for (const char* app : apps) nuvik.Update(app, testing::At(12, 0));
-}
+using testing::LaunchAll;
 
 TEST(MetricsTest, RecallLooksAtTheFirstFiveOfTheLaunchsOwnList) {
   // Shares f6 e5 d4 c3 b2 a1: the list is f, e, d, c, b, a.

@@ -2,9 +2,7 @@
 // of the next update at that time and must change nothing. One facade is
 // asked before every call, its twin never; both follow one stream of
 // launches, priorities, Clear, loads and metric resets.
-#include <cstring>
 #include <random>
-#include <sstream>
 
 #include <gtest/gtest.h>
 #include <nuvik/Nuvik.h>
@@ -15,30 +13,10 @@ namespace NuvikPrediction {
 namespace {
 
 using testing::At;
+using testing::Bits;
+using testing::Load;
+using testing::Save;
 using Names = std::vector<std::string>;
-
-std::vector<std::uint64_t> Bits(const std::vector<double>& values) {
-  std::vector<std::uint64_t> bits(values.size());
-  if (!values.empty()) std::memcpy(bits.data(), values.data(), values.size() * sizeof(double));
-  return bits;
-}
-
-std::vector<std::uint64_t> Bits(const std::map<std::string, double>& weights) {
-  std::vector<double> values;
-  for (const auto& entry : weights) values.push_back(entry.second);
-  return Bits(values);
-}
-
-std::string Save(const Nuvik& nuvik) {
-  std::ostringstream out;
-  out << nuvik;
-  return out.str();
-}
-
-bool Load(Nuvik& nuvik, const std::string& document) {
-  std::istringstream in(document);
-  return static_cast<bool>(in >> nuvik);
-}
 
 // Every answer that a later call could observe.
 void ExpectSame(const Nuvik& asked, const Nuvik& quiet, const Names& probe, bool documents) {
@@ -131,14 +109,9 @@ void Follow(const Names& types, unsigned seed) {
   ExpectSame(asked, quiet, probe, true);
 }
 
-const Names kTypes = {"stat_counter", "linear", "double_linear", "markov_chain3_invalidate", "knn_regression"};
-
 TEST(NextAtTest, EveryEnsembleRanksForNowAsItsNextUpdateWillAndChangesNothing) {
   unsigned seed = 1;
-  for (const std::string& type : kTypes) Follow({type}, seed++);
-  for (const std::string& first : kTypes) {
-    for (const std::string& second : kTypes) Follow({first, second}, seed++);
-  }
+  for (const Names& types : testing::Ensembles()) Follow(types, seed++);
   Follow({"linear", "markov_chain3_invalidate", "knn_regression"}, seed);
 }
 

@@ -13,6 +13,7 @@ namespace NuvikPrediction {
 namespace {
 
 using testing::At;
+using testing::Save;
 using Names = std::vector<std::string>;
 
 constexpr std::size_t kAll = std::numeric_limits<std::size_t>::max();
@@ -46,12 +47,6 @@ Names Candidates(const Names& ranking, const RowRequest& request, const Names& d
     }
   }
   return candidates;
-}
-
-std::string Document(const Suggestions& suggestions) {
-  std::ostringstream out;
-  out << suggestions;
-  return out.str();
 }
 
 TEST(SuggestionsTest, RowsLeaveOutWhatTheRequestAndTheUserLeaveOut) {
@@ -195,23 +190,23 @@ TEST(SuggestionsTest, RandomStreamsFollowTheRules) {
   }
   EXPECT_GT(outcomes["replaced"], 100);
   EXPECT_GT(outcomes["kept in its slot"], 1000);
-  EXPECT_EQ(Document(fromModel), Document(fromRanking));
+  EXPECT_EQ(Save(fromModel), Save(fromRanking));
 }
 
 TEST(SuggestionsTest, DismissedApplicationsComeBackWhenRestored) {
   Suggestions suggestions;
-  EXPECT_EQ(Document(suggestions), R"({"dismissed":[],"row":[],"version":1})");
+  EXPECT_EQ(Save(suggestions), R"({"dismissed":[],"row":[],"version":1})");
   const Names ranking = {"a", "b", "c", "d"};
   for (const char* app : {"b", "a", "c", "b"}) suggestions.Dismiss(app);  // b again: now the most recent
   EXPECT_EQ(suggestions.Dismissed(), (Names{"b", "c", "a"}));
   EXPECT_EQ(suggestions.Row(ranking, Request(2)), Names{"d"});
-  const std::string saved = Document(suggestions);
+  const std::string saved = Save(suggestions);
   EXPECT_EQ(saved, R"({"dismissed":["b","c","a"],"row":["d"],"version":1})");
 
   suggestions.Dismiss("x");
   suggestions.Restore("x");  // the undo
   suggestions.Restore("y");  // never dismissed: nothing happens
-  EXPECT_EQ(Document(suggestions), saved);
+  EXPECT_EQ(Save(suggestions), saved);
   suggestions.Restore("c");
   EXPECT_EQ(suggestions.Dismissed(), (Names{"b", "a"}));
   EXPECT_EQ(suggestions.Row(ranking, Request(2)), (Names{"c", "d"}));
@@ -235,7 +230,7 @@ TEST(SuggestionsTest, DocumentsKeepEveryByteAndRejectionsChangeNothing) {
   ASSERT_EQ(original.Row(ranking, Request(kAll)).size(), odd.size() - 1);  // all but the empty name
   for (const std::string& name : odd) original.Dismiss(name);
 
-  const std::string saved = Document(original);
+  const std::string saved = Save(original);
   EXPECT_EQ(saved.rfind(R"({"dismissed":["","\\udc80","\udced\udcb2\udc80\udced\udcb3\udcbf",)", 0), 0u);
   EXPECT_NE(saved.find(R"("q\"\\/\n\t\b\f\r\u0001\u001f)" "\x7f\""), std::string::npos);
   EXPECT_NE(saved.find(R"("nul\u0000byte")"), std::string::npos);
@@ -246,15 +241,15 @@ TEST(SuggestionsTest, DocumentsKeepEveryByteAndRejectionsChangeNothing) {
   std::istringstream in(saved);
   ASSERT_TRUE(in >> loaded);
   EXPECT_EQ(loaded.Dismissed(), ranking);  // most recent first
-  EXPECT_EQ(Document(loaded), saved);
+  EXPECT_EQ(Save(loaded), saved);
 
   // Repeated dismissed names count once, where most recent; unknown members are ignored.
   std::istringstream repeated(R"({"dismissed":["a","b","a"],"extra":{},"row":["a","a"],"version":1})");
   ASSERT_TRUE(repeated >> loaded);
   EXPECT_EQ(loaded.Dismissed(), (Names{"a", "b"}));
-  EXPECT_EQ(Document(loaded), R"({"dismissed":["a","b"],"row":["a","a"],"version":1})");
+  EXPECT_EQ(Save(loaded), R"({"dismissed":["a","b"],"row":["a","a"],"version":1})");
 
-  const std::string before = Document(loaded);
+  const std::string before = Save(loaded);
   const std::string valid = R"({"dismissed":["x"],"row":["y"],"version":1})";
   Names rejected = {"", "garbage", "[]", "null", "1", valid + "x", valid + valid,
                     R"({"dismissed":"x","row":[],"version":1})",
@@ -274,11 +269,11 @@ TEST(SuggestionsTest, DocumentsKeepEveryByteAndRejectionsChangeNothing) {
     std::istringstream bad(text);
     EXPECT_FALSE(bad >> loaded) << text.substr(0, 80);
     EXPECT_TRUE(bad.bad());
-    EXPECT_EQ(Document(loaded), before) << text.substr(0, 80);
+    EXPECT_EQ(Save(loaded), before) << text.substr(0, 80);
   }
   std::istringstream good(valid + " \n");
   EXPECT_TRUE(good >> loaded);
-  EXPECT_EQ(Document(loaded), valid);
+  EXPECT_EQ(Save(loaded), valid);
 }
 
 }  // namespace

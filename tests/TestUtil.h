@@ -1,10 +1,14 @@
 // Helpers shared by the suites: clock times, JSON text, predictors taught and
-// read, facades saved and loaded, and a launch stream with habits.
+// read, facades saved and loaded, doubles by their bits, the ensembles of one
+// and two slots, and a launch stream with habits.
 #ifndef NUVIK_TESTS_TEST_UTIL_H_
 #define NUVIK_TESTS_TEST_UTIL_H_
 
 #include <cstdint>
+#include <cstring>
 #include <ctime>
+#include <initializer_list>
+#include <map>
 #include <random>
 #include <sstream>
 #include <stdexcept>
@@ -45,15 +49,22 @@ void Launch(Predictor& predictor, const std::string& app, int hour = 8, int minu
   predictor.Update({"", app, hour, minute});
 }
 
+// Teaches a facade the launches of `apps` in turn, all at noon.
+inline void LaunchAll(Nuvik& nuvik, std::initializer_list<const char*> apps) {
+  for (const char* app : apps) nuvik.Update(app, At(12, 0));
+}
+
 // One member of a predictor's document, as compact text.
 template <typename Predictor>
 std::string Member(const Predictor& predictor, const char* key) {
   return WriteJson(predictor.SerializeJson()[key]);
 }
 
-inline std::string Save(const Nuvik& nuvik) {
+// The document of a facade or of a Suggestions.
+template <typename Saved>
+std::string Save(const Saved& saved) {
   std::ostringstream out;
-  out << nuvik;
+  out << saved;
   return out.str();
 }
 
@@ -69,22 +80,57 @@ inline constexpr const char* kCounterDocument =
     R"({"count":1,"knownApps":["a","b"],"models":[{"model":[{"app":"a","popularity":2},)"
     R"({"app":"b","popularity":1}],"name":"stat_counter"}],"version":3})";
 
-// Launches of thirty applications, mostly a fixed successor of the previous
-// one, sometimes a random one, at times that drift through the day.
+// Doubles by their bits, so that NaN compares equal to NaN.
+inline std::vector<std::uint64_t> Bits(const std::vector<double>& values) {
+  std::vector<std::uint64_t> bits(values.size());
+  if (!values.empty()) std::memcpy(bits.data(), values.data(), values.size() * sizeof(double));
+  return bits;
+}
+
+inline std::map<std::string, std::uint64_t> Bits(const std::map<std::string, double>& weights) {
+  std::map<std::string, std::uint64_t> bits;
+  for (const auto& [app, weight] : weights) std::memcpy(&bits[app], &weight, sizeof weight);
+  return bits;
+}
+
+// Every predictor type alone, then every ordered pair of them.
+inline std::vector<std::vector<std::string>> Ensembles() {
+  const std::vector<std::string> types = {"stat_counter", "linear", "double_linear", "markov_chain3_invalidate",
+                                          "knn_regression"};
+  std::vector<std::vector<std::string>> ensembles;
+  for (const std::string& type : types) ensembles.push_back({type});
+  for (const std::string& first : types) {
+    for (const std::string& second : types) ensembles.push_back({first, second});
+  }
+  return ensembles;
+}
+
+// Launches of "app0" .. "app<apps - 1>": a third drawn with a strong bias to
+// the first ones, the rest a habitual successor of the previous one, at times
+// that drift through the day.
 class HabitStream {
  public:
-  explicit HabitStream(unsigned seed) : random_(seed) {}
+  explicit HabitStream(unsigned seed, int apps = 30) : random_(seed), apps_(apps) {}
+
+  // The next launch's application; Time() is its time.
+  std::string Next() {
+    const double u = std::uniform_real_distribution<double>(0.0, 1.0)(random_);
+    last_ = random_() % 3 == 0 ? static_cast<int>(apps_ * u * u * u) % apps_
+                               : (last_ * 7 + 3 + static_cast<int>(random_() % 2)) % apps_;
+    minute_ += 1 + static_cast<int>(random_() % 25);
+    return "app" + std::to_string(last_);
+  }
+  std::tm Time() const { return At(minute_ / 60 % 24, minute_ % 60); }
 
   // Gives every facade the same next launch.
   void Next(const std::vector<Nuvik*>& facades) {
-    const std::uint32_t draw = random_();
-    last_ = draw % 4 == 0 ? static_cast<int>(draw / 4 % 30) : (last_ * 7 + 3) % 30;
-    minute_ += 1 + static_cast<int>(random_() % 50);
-    for (Nuvik* nuvik : facades) nuvik->Update("app" + std::to_string(last_), At(minute_ / 60 % 24, minute_ % 60));
+    const std::string app = Next();
+    for (Nuvik* nuvik : facades) nuvik->Update(app, Time());
   }
 
  private:
   std::mt19937 random_;
+  int apps_;
   int last_ = 0;
   int minute_ = 0;
 };
