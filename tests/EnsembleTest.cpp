@@ -33,7 +33,8 @@ void Compare(const Names& types, const std::vector<int>& params, int apps, int l
   };
   for (int app = 0; app < apps; ++app) launch("app" + std::to_string(app), testing::At(app / 60 % 24, app % 60));
   for (int i = 0; i < launches; ++i) {
-    launch(stream.Next(), stream.Time());
+    const std::string app = stream.Next();
+    launch(app, stream.Time());
     if (i % 25 == 0) Check(nuvik, literal, i);
     if (i == launches / 3) {
       const std::vector<std::pair<std::string, int>> lifted = {
